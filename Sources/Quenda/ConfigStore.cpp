@@ -1,0 +1,1 @@
+#include "Quenda/ConfigStore.h"

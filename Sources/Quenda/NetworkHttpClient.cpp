@@ -1,0 +1,1 @@
+#include "Quenda/HttpClient.h"

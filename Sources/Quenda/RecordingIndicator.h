@@ -1,0 +1,44 @@
+#pragma once
+// The floating pill: status, level and clock of a dictation, and short notices. It never takes the
+// keyboard focus. One instance, owned by the controller. Main thread only.
+
+#include "Platform/Scheduler.h"
+
+#include <QObject>
+#include <QString>
+
+#include <functional>
+#include <memory>
+
+namespace quenda {
+
+class Workspace;
+class PillPanel;
+
+class RecordingIndicator : public QObject {
+    Q_OBJECT
+public:
+    enum class Mode { recording, transcribing };
+    using LevelSource = std::function<float()>;
+
+    RecordingIndicator(Scheduler &scheduler, Workspace &workspace, QObject *parent = nullptr);
+    ~RecordingIndicator() override;
+
+    /// Called when the cancel button is clicked.
+    std::function<void()> onCancel;
+
+    /// Shows the pill; `levelSource` answers the live level, 0 to 1.
+    void show(Mode mode, LevelSource levelSource = {});
+    /// Shows a short notice for 1.4 seconds.
+    void showTransient(const QString &text);
+    void hide();
+
+    bool isVisible() const;
+    /// The pill's window; null before the first show.
+    PillPanel *panel() const { return m_panel.get(); }
+
+private:
+    std::unique_ptr<PillPanel> m_panel;
+};
+
+} // namespace quenda

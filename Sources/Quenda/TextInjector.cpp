@@ -1,0 +1,1 @@
+#include "Quenda/TextInjector.h"

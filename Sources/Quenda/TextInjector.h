@@ -1,0 +1,43 @@
+#pragma once
+// Puts a finished transcript into the application with the keyboard focus: by way of the
+// pasteboard and a paste keystroke, and gives the pasteboard back a second later. Owned by the
+// controller. Main thread only.
+
+#include "Platform/Accessibility.h"
+#include "Platform/KeyPoster.h"
+#include "Platform/Pasteboard.h"
+#include "Platform/Scheduler.h"
+
+#include <QObject>
+#include <QString>
+
+namespace quenda {
+
+class TextInjector : public QObject {
+    Q_OBJECT
+public:
+    enum class Outcome { pasted, copiedToClipboard };
+
+    struct Environment {
+        Pasteboard &pasteboard;
+        KeyPoster &keyPoster;
+        Accessibility &accessibility;
+        Scheduler &scheduler;
+    };
+
+    explicit TextInjector(const Environment &environment, QObject *parent = nullptr);
+
+    /// Lets the pasteboard fetch its contents while the transcript is still being made, so that
+    /// insert() need not wait for their owner.
+    void prepare();
+
+    /// Inserts `text`. `copiedToClipboard` where nothing has the keyboard focus or the text is
+    /// empty: the transcript stays on the pasteboard. The paste may follow up to 150 ms after the
+    /// return, where the pasteboard's previous owner is slow; insertions keep their order.
+    Outcome insert(const QString &text);
+
+private:
+    Environment m_env;
+};
+
+} // namespace quenda

@@ -1,0 +1,1 @@
+#include "Quenda/WhisperEngine.h"

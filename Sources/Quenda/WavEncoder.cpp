@@ -1,0 +1,1 @@
+#include "Quenda/AudioRecorder.h"
