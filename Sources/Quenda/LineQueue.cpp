@@ -7,7 +7,7 @@ namespace quenda {
 
 namespace {
 // A burst's memory is given back once it is worked off; a few lines' is kept for the next ones.
-constexpr std::size_t kKeptBytes = 64 * 1024;
+constexpr std::size_t kKeptBytes = 256 * 1024;
 } // namespace
 
 void LineQueue::Batch::add(std::string_view head, std::string_view tail) {

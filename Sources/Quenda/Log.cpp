@@ -5,6 +5,7 @@
 #include "Quenda/NativeFiles.h"
 
 #include <QDateTime>
+#include <QStringEncoder>
 
 #include <algorithm>
 #include <array>
@@ -128,9 +129,16 @@ std::string_view timestamp() {
 void Log::log(const QString &message) {
     try {
         const std::string_view stamp = timestamp();
-        QByteArray tail = message.toUtf8();
-        tail.append('\n');
-        queue().submit(stamp, std::string_view(tail.constData(), std::size_t(tail.size())));
+        QStringEncoder utf8(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless);
+        std::array<char, 1024> buffer; // spares a usual line the allocation
+        if (std::size_t(utf8.requiredSpace(message.size())) < buffer.size()) {
+            char *end = utf8.appendToBuffer(buffer.data(), message);
+            *end++ = '\n';
+            queue().submit(stamp, {buffer.data(), std::size_t(end - buffer.data())});
+        } else {
+            const QByteArray tail = message.toUtf8() + '\n';
+            queue().submit(stamp, {tail.constData(), std::size_t(tail.size())});
+        }
     } catch (const std::exception &) {
         // Out of memory: the line is lost, the caller is not disturbed.
     }

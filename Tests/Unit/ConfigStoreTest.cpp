@@ -12,9 +12,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <limits>
+#include <thread>
 
 namespace quenda {
 
@@ -230,6 +232,40 @@ TEST(ConfigStore, NoByteIsEverReadableByOthers) {
         Config::defaults().save();
         EXPECT_EQ(oldFile.modeThen(), 0600);
     }
+}
+
+TEST(ConfigStore, ANewFileIsBornWithTheNarrowMode) {
+    const OpenMask mask;
+    QDir().mkpath(Config::dataFolder());
+    const QByteArray path = QFile::encodeName(Config::configURL());
+    std::atomic<bool> done = false;
+    std::atomic<int> widest = 0;
+    std::thread watcher([&] {
+        struct stat file {};
+        while (!done) {
+            if (stat(path.constData(), &file) == 0)
+                widest |= int(file.st_mode & 0777);
+        }
+    });
+    for (int i = 0; i < 1000; ++i) {
+        Config::defaults().save();
+        QFile::remove(Config::configURL());
+    }
+    done = true;
+    watcher.join();
+    EXPECT_EQ(widest & 0177, 0);
+}
+
+TEST(ConfigStore, AFileThatRefusesTheWriteGetsItsModeAllTheSame) {
+    QFile::setPermissions(fakes::testHome(), QFile::Permissions(0x7777));
+    const Unprivileged user;
+    ConfigStore store;
+    QFile::setPermissions(Config::configURL(), QFile::ReadOwner | QFile::ReadOther);
+    store.update([](Config &c) { c.language = u"de"_qs; });
+    EXPECT_EQ(contents(Config::configURL()), Config::defaults().encode());
+    EXPECT_EQ(QFile::permissions(Config::configURL()), kOwnerOnly);
+    store.update([](Config &c) { c.language = u"fr"_qs; });
+    EXPECT_EQ(contents(Config::configURL()), store.config().encode());
 }
 
 TEST(ConfigStore, AMaskThatTakesTheOwnersRightsIsOverruled) {

@@ -9,6 +9,7 @@
 #include <QFileInfo>
 #include <QLocale>
 #include <QRegularExpression>
+#include <QStringDecoder>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -98,8 +99,20 @@ TEST(Log, AMessageIsWrittenAsGiven) {
     const QByteArray text = contents(Log::fileURL());
     EXPECT_EQ(text.count('\n'), 5);
     EXPECT_EQ(text.mid(kStampLength, 20), " app: first\nsecond\n\n");
-    EXPECT_TRUE(QString::fromUtf8(text).isValidUtf16());
-    EXPECT_FALSE(QString::fromUtf8(text).contains(QChar::ReplacementCharacter));
+    QStringDecoder utf8(QStringDecoder::Utf8);
+    EXPECT_TRUE(QString(utf8(text)).contains(u"half "));
+    EXPECT_FALSE(utf8.hasError());
+}
+
+TEST(Log, LongLinesAreWholeWhateverTheirLength) {
+    QList<QByteArray> expected;
+    for (const int length : {330, 338, 339, 340, 341, 342, 1000, 1023, 1024, 1025, 200'000}) {
+        const QString message(length, QChar(u'ß'));
+        Log::log(message);
+        expected << message.toUtf8();
+    }
+    Log::flush();
+    EXPECT_EQ(messages(), expected);
 }
 
 TEST(Log, ATextThatTheCallerOnlyLendsIsCopied) {
