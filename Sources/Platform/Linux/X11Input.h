@@ -1,11 +1,11 @@
 #pragma once
 // The X server's two input extensions: XInput 2.2, which shows raw key events to a listener, and
-// XTest, which types.
+// XTest, which types. For implementation files only: it takes in xcb's own header.
+
+#include <xcb/xcb.h>
 
 #include <cstdint>
 #include <optional>
-
-struct xcb_generic_event_t;
 
 namespace quenda {
 

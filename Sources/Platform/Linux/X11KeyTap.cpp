@@ -7,6 +7,7 @@
 #include <QSocketNotifier>
 
 #include <xcb/xcb.h>
+#include <xcb/xcbext.h>
 #include <xkbcommon/xkbcommon-keysyms.h>
 
 #include <chrono>
@@ -138,19 +139,16 @@ void X11KeyTap::readArrivedEvents() {
 void X11KeyTap::readWhatIsThere() {
     if (!m_connection)
         return;
-    while (const XcbOwned<xcb_generic_event_t> event{xcb_poll_for_event(m_connection->get())})
-        handleEvent(*event);
+    while (const XcbOwned<xcb_generic_event_t> event{xcb_poll_for_event(m_connection->get())}) {
+        if (event->response_type == XCB_MAPPING_NOTIFY)
+            m_fnKeys.reset();
+        const std::optional<RawKey> key = rawKey(*event, m_inputOpcode);
+        if (key && m_enabled)
+            handleKey(key->keyCode, key->press, key->sequence);
+    }
     readTruth();
     if (m_connection->hasError())
         reportLoss();
-}
-
-void X11KeyTap::handleEvent(const xcb_generic_event_t &event) {
-    if (event.response_type == XCB_MAPPING_NOTIFY)
-        m_fnKeys.reset();
-    const std::optional<RawKey> key = rawKey(event, m_inputOpcode);
-    if (key && m_enabled)
-        handleKey(key->keyCode, key->press, key->sequence);
 }
 
 void X11KeyTap::handleKey(std::uint8_t xKeyCode, bool press, std::uint32_t sequence) {

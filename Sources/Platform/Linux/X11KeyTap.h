@@ -21,7 +21,6 @@
 #include <optional>
 
 class QSocketNotifier;
-struct xcb_generic_event_t;
 
 namespace quenda {
 
@@ -50,7 +49,6 @@ private:
     void readSocket();
     void readArrivedEvents() override;
     void readWhatIsThere();
-    void handleEvent(const xcb_generic_event_t &event);
     void handleKey(std::uint8_t xKeyCode, bool press, std::uint32_t sequence);
     std::optional<MacKey> translate(std::uint8_t xKeyCode);
     std::uint64_t flagsNow();
