@@ -16,8 +16,7 @@ namespace quenda {
 
 class HttpConnector;
 
-class HttpExchange : public QObject {
-    Q_OBJECT
+class HttpExchange final : public QObject {
 public:
     /// `done` gets the answer and, where there is one, the error that ended the exchange.
     using Done = std::function<void(const HttpResponse &)>;

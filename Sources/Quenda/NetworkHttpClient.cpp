@@ -8,11 +8,11 @@
 
 namespace quenda {
 
-NetworkHttpClient::NetworkHttpClient(QObject *parent) : QObject(parent) {}
+NetworkHttpClient::NetworkHttpClient(QObject *parent)
+    : QObject(parent),
+      m_exchanges(std::make_unique<QObject>()) {}
 
-NetworkHttpClient::~NetworkHttpClient() {
-    qDeleteAll(findChildren<HttpExchange *>(Qt::FindDirectChildrenOnly)); // they use the connector
-}
+NetworkHttpClient::~NetworkHttpClient() = default;
 
 HttpConnector &NetworkHttpClient::connector() {
     if (!m_connector) {
@@ -32,7 +32,7 @@ void NetworkHttpClient::send(const HttpRequest &request, const QObject *context,
                              Completion completion) {
     auto *exchange = new HttpExchange(connector(), request,
                                       std::make_unique<MemoryBody>(request.maxResponseBytes),
-                                      context, std::move(completion), this);
+                                      context, std::move(completion), m_exchanges.get());
     exchange->start();
 }
 
@@ -45,7 +45,7 @@ void NetworkHttpClient::download(const HttpRequest &request, std::unique_ptr<Dow
         [completion = std::move(completion)](const HttpResponse &response) {
             completion({response.status, response.transportError});
         },
-        this);
+        m_exchanges.get());
     exchange->start();
 }
 

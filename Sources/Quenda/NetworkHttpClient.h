@@ -13,12 +13,9 @@
 
 namespace quenda {
 
-class HttpBody;
 class HttpConnector;
-class HttpExchange;
 
 class NetworkHttpClient final : public QObject, public HttpClient {
-    Q_OBJECT
 public:
     explicit NetworkHttpClient(QObject *parent = nullptr);
     /// Abandons what is under way.
@@ -37,6 +34,7 @@ private:
 
     std::optional<QSslConfiguration> m_tls;
     std::unique_ptr<HttpConnector> m_connector;
+    std::unique_ptr<QObject> m_exchanges; ///< parent of those under way; goes before the connector
 };
 
 } // namespace quenda
