@@ -23,6 +23,14 @@
 
 namespace quenda::tests {
 
+/// Ends with its owner.
+struct Program : QProcess {
+    ~Program() override {
+        kill();
+        waitForFinished();
+    }
+};
+
 class X11PasteboardTest : public testing::Test {
 protected:
     struct ReadResult {
@@ -33,8 +41,6 @@ protected:
     };
 
     X11PasteboardTest() {
-        // Connects in the background; a refused write would fail the tests beneath.
-        waitUntil([this] { return requestor.owner("CLIPBOARD") == XCB_NONE; });
         pasteboard = std::make_unique<X11Pasteboard>();
         pasteboard->clear();
     }
@@ -77,23 +83,28 @@ protected:
     }
 
     /// A program that puts `bytes` on the clipboard and stays.
-    std::unique_ptr<QProcess> xclipOwner(const QString &target, const QByteArray &bytes) {
+    std::unique_ptr<Program> xclipOwner(const QString &target, const QByteArray &bytes) {
         const QString path = fakes::testHome() + QStringLiteral("/contents");
         QFile file(path);
         EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
         file.close();
-        const xcb_window_t before = requestor.owner("CLIPBOARD");
-        auto process = std::make_unique<QProcess>();
+        const auto before = pasteboard->changeCount();
+        auto process = std::make_unique<Program>();
         process->start(QStringLiteral("xclip"),
                        {QStringLiteral("-quiet"), QStringLiteral("-i"),
                         QStringLiteral("-selection"), QStringLiteral("clipboard"),
                         QStringLiteral("-t"), target, path});
         EXPECT_TRUE(process->waitForStarted());
-        EXPECT_TRUE(waitUntil([&] {
-            const xcb_window_t now = requestor.owner("CLIPBOARD");
-            return now != before && now != XCB_NONE;
-        }));
+        EXPECT_TRUE(waitUntil([&] { return pasteboard->changeCount() != before; }));
         return process;
+    }
+
+    /// An owner of the clipboard that behaves as the test says. The pasteboard knows of it already.
+    std::unique_ptr<RawX11Owner> rawOwner(RawX11Owner::Behaviour behaviour) {
+        const auto before = pasteboard->changeCount();
+        auto owner = std::make_unique<RawX11Owner>(std::move(behaviour));
+        EXPECT_TRUE(waitUntil([&] { return pasteboard->changeCount() != before; }));
+        return owner;
     }
 
     /// What xclip prints of a selection while this thread stands still; null where it fails.

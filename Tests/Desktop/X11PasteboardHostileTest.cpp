@@ -20,20 +20,32 @@ constexpr int kReadLimit = 400;
 
 const QString kText = QStringLiteral("Hello there.");
 
-// An owner of "UTF8_STRING" and "image/png" that answers the second as the test says.
+using Taken = std::function<void(RawX11Owner &, xcb_window_t, xcb_atom_t)>;
+
+// An owner of three formats that answers one of them, "image/png", as the test says, and lets the
+// test know when what it wrote for that one was taken.
 RawX11Owner::Behaviour textAnd(std::function<void(RawX11Owner &, const Request &)> image,
-                               std::function<void(RawX11Owner &, xcb_window_t, xcb_atom_t)> taken) {
-    return {[image = std::move(image)](RawX11Owner &self, const Request &request) {
-                if (self.is(request.target, "TARGETS"))
+                               Taken taken) {
+    const auto asking = std::make_shared<xcb_window_t>(XCB_NONE); // for the image, now
+    return {[image = std::move(image), asking](RawX11Owner &self, const Request &request) {
+                if (request.requestor == *asking)
+                    *asking = XCB_NONE; // it is over with the image
+                if (self.is(request.target, "TARGETS")) {
                     self.putTargets(request, {"image/png", "UTF8_STRING", "text/html"});
-                else if (self.is(request.target, "UTF8_STRING"))
+                } else if (self.is(request.target, "UTF8_STRING")) {
                     self.put(request, "UTF8_STRING", 8, "some text");
-                else if (self.is(request.target, "image/png"))
+                } else if (self.is(request.target, "image/png")) {
+                    *asking = request.requestor;
                     image(self, request);
-                else
+                } else {
                     self.put(request, "text/html", 8, "<i>some</i>");
+                }
             },
-            std::move(taken)};
+            [taken = std::move(taken), asking](RawX11Owner &self, xcb_window_t window,
+                                               xcb_atom_t property) {
+                if (taken && window == *asking)
+                    taken(self, window, property);
+            }};
 }
 
 qint64 peakMemoryKb() {
@@ -92,7 +104,7 @@ TEST_F(X11HostilePasteboardTest, AStoppedOwnerThatWakesUpIsReadAgain) {
 }
 
 TEST_F(X11HostilePasteboardTest, ReadsAreAnsweredInTheirOrder) {
-    RawX11Owner owner({});
+    const auto owner = rawOwner({});
     std::vector<int> order;
     pasteboard->readItems([&](const PasteboardItems &) { order.push_back(1); });
     spin(60);
@@ -104,7 +116,7 @@ TEST_F(X11HostilePasteboardTest, ReadsAreAnsweredInTheirOrder) {
 }
 
 TEST_F(X11HostilePasteboardTest, AReadThatWaitsGetsWhatIsWrittenMeanwhile) {
-    RawX11Owner owner({});
+    const auto owner = rawOwner({});
     std::optional<PasteboardItems> items;
     pasteboard->readItems([&](PasteboardItems read) { items = std::move(read); });
     ASSERT_TRUE(pasteboard->setString(kText));
@@ -115,7 +127,7 @@ TEST_F(X11HostilePasteboardTest, AReadThatWaitsGetsWhatIsWrittenMeanwhile) {
 }
 
 TEST_F(X11HostilePasteboardTest, AReadIsDroppedWithThePasteboard) {
-    RawX11Owner owner({});
+    const auto owner = rawOwner({});
     bool called = false;
     pasteboard->readItems([&](const PasteboardItems &) { called = true; });
     pasteboard.reset();
@@ -124,13 +136,13 @@ TEST_F(X11HostilePasteboardTest, AReadIsDroppedWithThePasteboard) {
 }
 
 TEST_F(X11HostilePasteboardTest, OneRepresentationThatNeverComesCostsOnlyItself) {
-    RawX11Owner owner(textAnd([](RawX11Owner &, const Request &) {}, {}));
+    const auto owner = rawOwner(textAnd([](RawX11Owner &, const Request &) {}, {}));
     expectOnlyTheRest();
 }
 
 TEST_F(X11HostilePasteboardTest, HalfARepresentationIsNotSaved) {
     std::atomic<int> chunks = 0;
-    RawX11Owner owner(
+    const auto owner = rawOwner(
         textAnd([](RawX11Owner &self, const Request &request) { self.startChunks(request, 2000); },
                 [&](RawX11Owner &self, xcb_window_t window, xcb_atom_t property) {
                     if (++chunks == 1)
@@ -142,7 +154,7 @@ TEST_F(X11HostilePasteboardTest, HalfARepresentationIsNotSaved) {
 }
 
 TEST_F(X11HostilePasteboardTest, AnOwnerThatDiesHalfWayEndsTheReadAtOnce) {
-    RawX11Owner owner(textAnd(
+    const auto owner = rawOwner(textAnd(
         [](RawX11Owner &self, const Request &request) { self.startChunks(request, 2000); },
         [](RawX11Owner &self, xcb_window_t window, xcb_atom_t property) {
             self.putProperty(window, property, self.atom("image/png"), 8, QByteArray(1000, 'x'));
@@ -172,7 +184,7 @@ TEST_F(X11HostilePasteboardTest, ChunksWithoutEndAreCutOff) {
         self.putProperty(window, property, self.atom("image/png"), 8, chunk);
         sent += chunk.size();
     };
-    RawX11Owner owner(textAnd(
+    const auto owner = rawOwner(textAnd(
         [](RawX11Owner &self, const Request &request) { self.startChunks(request, 0); }, send));
     const qint64 before = peakMemoryKb();
     pasteboard->prepareToRead(); // has longer than a read
@@ -193,34 +205,32 @@ TEST_F(X11HostilePasteboardTest, ChunksWithoutEndAreCutOff) {
 
 TEST_F(X11HostilePasteboardTest, WhatIsAnnouncedAsTooLargeIsNotBegun) {
     std::atomic<int> taken = 0;
-    RawX11Owner owner(
+    const auto owner = rawOwner(
         textAnd([](RawX11Owner &self,
                    const Request &request) { self.startChunks(request, 500U * 1024 * 1024); },
                 [&](RawX11Owner &, xcb_window_t, xcb_atom_t) { ++taken; }));
     const ReadResult result = read();
     EXPECT_LT(result.milliseconds, kReadLimit);
     EXPECT_EQ(*result.items, item({{"UTF8_STRING", "some text"}, {"text/html", "<i>some</i>"}}));
+    EXPECT_EQ(taken, 0);
     expectStillWorking();
 }
 
 TEST_F(X11HostilePasteboardTest, AnAnnouncementWithoutASizeIsNoneAndTheChunksCount) {
     std::atomic<int> chunks = 0;
-    RawX11Owner owner(textAnd(
+    const auto owner = rawOwner(textAnd(
         [](RawX11Owner &self, const Request &request) { self.put(request, "INCR", 8, "x"); },
         [&](RawX11Owner &self, xcb_window_t window, xcb_atom_t property) {
-            // The deletions of the other representations are reported too.
-            if (property == XCB_NONE || chunks > 3)
-                return;
-            ++chunks;
-            self.putProperty(window, property, self.atom("image/png"), 8,
-                             chunks <= 2 ? QByteArray("half") : QByteArray());
+            if (++chunks <= 3)
+                self.putProperty(window, property, self.atom("image/png"), 8,
+                                 chunks <= 2 ? QByteArray("half") : QByteArray());
         }));
     EXPECT_EQ((*read().items)[0].types[0].second, "halfhalf");
 }
 
 TEST_F(X11HostilePasteboardTest, ChunksThatChangeTheirTypeAreNotSaved) {
     std::atomic<int> chunks = 0;
-    RawX11Owner owner(
+    const auto owner = rawOwner(
         textAnd([](RawX11Owner &self, const Request &request) { self.startChunks(request, 10); },
                 [&](RawX11Owner &self, xcb_window_t window, xcb_atom_t property) {
                     if (++chunks == 1)
@@ -233,26 +243,27 @@ TEST_F(X11HostilePasteboardTest, ChunksThatChangeTheirTypeAreNotSaved) {
 }
 
 TEST_F(X11HostilePasteboardTest, AnAnswerThatWasNeverWrittenIsLeftOut) {
-    RawX11Owner owner(
+    const auto owner = rawOwner(
         textAnd([](RawX11Owner &self, const Request &request) { self.notify(request); }, {}));
     EXPECT_EQ(typesOf(*read().items), (Names{"UTF8_STRING", "text/html"}));
 }
 
 TEST_F(X11HostilePasteboardTest, OnlyTheFirstOfAHundredThousandTargetsAreRead) {
     std::atomic<int> asked = 0;
-    RawX11Owner owner({[&](RawX11Owner &self, const Request &request) {
-                           if (!self.is(request.target, "TARGETS")) {
-                               ++asked;
-                               return self.put(request, "STRING", 8, "x");
-                           }
-                           // Most of them are no atoms at all.
-                           std::vector<xcb_atom_t> atoms(100000);
-                           std::iota(atoms.begin(), atoms.end(), 1U);
-                           self.put(request, "ATOM", 32,
-                                    QByteArray(reinterpret_cast<const char *>(atoms.data()),
-                                               qsizetype(atoms.size() * sizeof(xcb_atom_t))));
-                       },
-                       {}});
+    const auto owner =
+        rawOwner({[&](RawX11Owner &self, const Request &request) {
+                      if (!self.is(request.target, "TARGETS")) {
+                          ++asked;
+                          return self.put(request, "STRING", 8, "x");
+                      }
+                      // Most of them are no atoms at all.
+                      std::vector<xcb_atom_t> atoms(100000);
+                      std::iota(atoms.begin(), atoms.end(), 1U);
+                      self.put(request, "ATOM", 32,
+                               QByteArray(reinterpret_cast<const char *>(atoms.data()),
+                                          qsizetype(atoms.size() * sizeof(xcb_atom_t))));
+                  },
+                  {}});
     pasteboard->prepareToRead();
     spin(1500);
     const ReadResult result = read();
@@ -265,22 +276,22 @@ TEST_F(X11HostilePasteboardTest, OnlyTheFirstOfAHundredThousandTargetsAreRead) {
 }
 
 TEST_F(X11HostilePasteboardTest, AListOfTargetsThatIsNoneYieldsTheText) {
-    RawX11Owner owner({[](RawX11Owner &self, const Request &request) {
-                           if (self.is(request.target, "TARGETS"))
-                               self.notify(request, false);
-                           else if (self.is(request.target, "UTF8_STRING"))
-                               self.put(request, "UTF8_STRING", 8, "plain");
-                           else
-                               self.notify(request, false);
-                       },
-                       {}});
+    const auto owner = rawOwner({[](RawX11Owner &self, const Request &request) {
+                                     if (self.is(request.target, "TARGETS"))
+                                         self.notify(request, false);
+                                     else if (self.is(request.target, "UTF8_STRING"))
+                                         self.put(request, "UTF8_STRING", 8, "plain");
+                                     else
+                                         self.notify(request, false);
+                                 },
+                                 {}});
     EXPECT_EQ(*read().items, item({{"UTF8_STRING", "plain"}}));
-    RawX11Owner liar({[](RawX11Owner &self, const Request &request) {
-                          self.put(request, "STRING", 8, "UTF8_STRING text/html");
-                      },
-                      {}});
+    const auto liar = rawOwner({[](RawX11Owner &self, const Request &request) {
+                                    self.put(request, "STRING", 8, "UTF8_STRING text/html");
+                                },
+                                {}});
     EXPECT_TRUE(read().items->empty());
-    RawX11Owner emptyList(
+    const auto emptyList = rawOwner(
         {[](RawX11Owner &self, const Request &request) { self.putTargets(request, {}); }, {}});
     EXPECT_TRUE(read().items->empty());
 }
@@ -330,10 +341,21 @@ TEST_F(X11HostilePasteboardTest, ALostConnectionIsOneChangeAndIsMadeAnew) {
     }
 }
 
+TEST_F(X11HostilePasteboardTest, ADestroyedWindowIsALossToo) {
+    ASSERT_TRUE(pasteboard->setString(kText));
+    const auto mark = pasteboard->changeCount();
+    xcb_destroy_window(requestor.xcb(), requestor.owner("CLIPBOARD"));
+    requestor.sync();
+    ASSERT_TRUE(waitUntil([&] { return pasteboard->changeCount() != mark; }));
+    spin(30);
+    EXPECT_EQ(pasteboard->changeCount(), mark + 1);
+    expectStillWorking();
+}
+
 TEST_F(X11HostilePasteboardTest, ALostConnectionEndsTheReadThatWaits) {
     std::atomic<xcb_window_t> window = XCB_NONE;
-    RawX11Owner owner(
-        {[&](RawX11Owner &, const Request &request) { window = request.requestor; }, {}});
+    const auto owner =
+        rawOwner({[&](RawX11Owner &, const Request &request) { window = request.requestor; }, {}});
     bool answered = false;
     QElapsedTimer timer;
     timer.start();

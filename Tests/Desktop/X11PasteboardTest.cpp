@@ -74,7 +74,7 @@ TEST_F(X11PasteboardTest, AnotherProgramReadsFiveMegabytesWhileTheMainThreadIsBu
     QString text;
     while (text.size() < 2 * 1024 * 1024)
         text += QStringLiteral("%1 € ").arg(text.size());
-    const QByteArray utf8 = text.toUtf8() + QByteArray(2 * 1024 * 1024, 'x');
+    const QByteArray utf8 = text.toUtf8() + QByteArray(3 * 1024 * 1024, 'x');
     ASSERT_GT(utf8.size(), 5 * 1024 * 1024);
     ASSERT_TRUE(pasteboard->setString(QString::fromUtf8(utf8)));
     const QByteArray printed = xclipOutput(); // this thread waits for xclip
@@ -143,19 +143,19 @@ TEST_F(X11PasteboardTest, EveryRepresentationComesBackWithItsTypeAndFormat) {
     for (const Known &each : known)
         listed.push_back(each.target);
     std::atomic<bool> pseudoAsked = false;
-    const auto owner = std::make_unique<RawX11Owner>(RawX11Owner::Behaviour{
-        [&](RawX11Owner &self, const RawX11Owner::Request &request) {
-            const QByteArray target = self.name(request.target);
-            if (target == "TARGETS")
-                return self.putTargets(request, listed);
-            for (const Known &each : known) {
-                if (target == each.target)
-                    return self.put(request, each.type, each.format, each.bytes);
-            }
-            pseudoAsked = true;
-            self.notify(request, false);
-        },
-        {}});
+    const auto owner =
+        rawOwner({[&](RawX11Owner &self, const RawX11Owner::Request &request) {
+                      const QByteArray target = self.name(request.target);
+                      if (target == "TARGETS")
+                          return self.putTargets(request, listed);
+                      for (const Known &each : known) {
+                          if (target == each.target)
+                              return self.put(request, each.type, each.format, each.bytes);
+                      }
+                      pseudoAsked = true;
+                      self.notify(request, false);
+                  },
+                  {}});
     const ReadResult saved = read();
     EXPECT_FALSE(pseudoAsked);
     ASSERT_EQ(saved.items->size(), 1U);

@@ -143,7 +143,9 @@ void X11ClipboardSession::handleEvent(const xcb_generic_event_t &event) {
     } else if (type == XCB_SELECTION_REQUEST) {
         m_owner.handleRequest(reinterpret_cast<const xcb_selection_request_event_t &>(event));
     } else if (type == XCB_DESTROY_NOTIFY) {
-        m_owner.forgetRequestor(reinterpret_cast<const xcb_destroy_notify_event_t &>(event).window);
+        const auto &gone = reinterpret_cast<const xcb_destroy_notify_event_t &>(event);
+        m_lost = m_lost || gone.window == m_link->window();
+        m_owner.forgetRequestor(gone.window);
     } else if (type == XCB_PROPERTY_NOTIFY) {
         const auto &change = reinterpret_cast<const xcb_property_notify_event_t &>(event);
         if (change.state == XCB_PROPERTY_DELETE)
@@ -154,7 +156,12 @@ void X11ClipboardSession::handleEvent(const xcb_generic_event_t &event) {
             m_reader.handlePropertyChanged(change.window, change.atom);
     } else if (type == m_link->selectionNotifyEvent()) {
         const auto &change = reinterpret_cast<const xcb_xfixes_selection_notify_event_t &>(event);
-        handleSelectionChanged(change.selection, change.owner, change.selection_timestamp);
+        // Our own end, which other programs can bring about; the loss counts as the change.
+        if (change.subtype != XCB_XFIXES_SELECTION_EVENT_SET_SELECTION_OWNER &&
+            m_owner.ownedSince(change.selection))
+            m_lost = true;
+        else
+            handleSelectionChanged(change.selection, change.owner, change.selection_timestamp);
     }
 }
 

@@ -39,7 +39,8 @@ public:
     void handOver();
 
     int fileDescriptor() const { return m_link->fileDescriptor(); }
-    bool broken() const { return m_link->broken(); }
+    /// The connection or its window is gone; nothing works any more.
+    bool broken() const { return m_lost || m_link->broken(); }
     /// Handles what has arrived, at most `limit` events; whether more may wait.
     bool handleEvents(int limit);
     /// Handles what was read along with an answer; false where there was nothing.
@@ -73,7 +74,8 @@ private:
     X11SelectionReader m_reader;
     std::optional<Pending> m_pending;
     std::optional<xcb_timestamp_t> m_now; ///< the answer to serverTime()
-    xcb_atom_t m_manager = XCB_NONE;      ///< of a hand-over that waits for its answer
+    bool m_lost = false;
+    xcb_atom_t m_manager = XCB_NONE; ///< of a hand-over that waits for its answer
 };
 
 } // namespace quenda

@@ -55,7 +55,7 @@ bool X11SelectionLink::setUp(int screen) {
 
 xcb_window_t X11SelectionLink::createWindow() {
     const xcb_window_t window = xcb_generate_id(m_xcb);
-    const std::uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
+    const std::uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE | XCB_EVENT_MASK_STRUCTURE_NOTIFY;
     xcb_create_window(m_xcb, XCB_COPY_FROM_PARENT, window, m_root, -1, -1, 1, 1, 0,
                       XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK, &mask);
     return window;

@@ -41,11 +41,11 @@ public:
     xcb_connection_t *xcb() const { return m_xcb; }
     int fileDescriptor() const { return xcb_get_file_descriptor(m_xcb); }
     bool broken() const { return xcb_connection_has_error(m_xcb) != 0; }
-    /// Owns and requests; its property changes are reported.
+    /// Owns and requests; its property changes and its end are reported.
     xcb_window_t window() const { return m_window; }
     /// Whether `window` was made by this connection.
     bool isOwnWindow(xcb_window_t window) const;
-    /// An unmapped window whose property changes are reported.
+    /// An unmapped window whose property changes and end are reported.
     xcb_window_t createWindow();
     /// The event code of XFixes' selection notification.
     std::uint8_t selectionNotifyEvent() const { return m_selectionNotify; }
