@@ -161,6 +161,8 @@ private:
 
         const std::lock_guard<std::mutex> oneAtATime(m_inference);
         const auto begun = Clock::now();
+        std::printf("inference begins\n");
+        std::fflush(stdout);
         const std::string mode = control("ANSWER");
         if (mode == "crash")
             std::raise(SIGKILL);

@@ -1,13 +1,13 @@
 """The program under test: its folders, its settings, its log and its end."""
 
 import json
-import os
 import signal
 import subprocess
 import sys
 from pathlib import Path
 from typing import Any, Callable, Optional
 
+from processes import is_alive, running, wait_until_gone
 from waiting import wait_until
 
 Start = Callable[..., subprocess.Popen]
@@ -44,6 +44,7 @@ class Quenda:
         if model is None:
             model = folder / "model.bin"
             model.touch()
+        self.engine_file = str(engine)
         if relay:
             engine = self._wrap(engine)
         self.data.mkdir(parents=True)
@@ -124,6 +125,17 @@ class Quenda:
             return []
         return [json.loads(line) for line in lines]
 
+    def engine_log(self) -> str:
+        """What the running engine printed."""
+        try:
+            return self.log_file.with_name("whisper-server.log").read_text(errors="replace")
+        except FileNotFoundError:
+            return ""
+
+    def wait_for_engine_log(self, message: str, seconds: float = 20.0) -> None:
+        """Waits until the running engine has printed the message."""
+        wait_until(lambda: message in self.engine_log(), f"“{message}” of the engine", seconds)
+
     # Processes
 
     def children(self) -> list[int]:
@@ -134,26 +146,17 @@ class Quenda:
                    for child in (task / "children").read_text().split()]
         except OSError:
             return []
-        return [child for child in ids if _is_alive(child)]
+        return [child for child in ids if is_alive(child)]
+
+    def engines(self) -> list[int]:
+        """The living processes of the engine, and of the relay before it if there is one."""
+        return sorted(running(self.engine_file))
+
+    def wait_until_engine_gone(self) -> None:
+        """Waits until no process of the engine is left."""
+        wait_until_gone(self.engine_file)
 
     def terminate(self, seconds: float = 10.0) -> int:
         """Asks the program to end; its exit status."""
         self.process.send_signal(signal.SIGTERM)
         return self.process.wait(seconds)
-
-
-def _is_alive(process: int) -> bool:
-    try:
-        return Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[0] not in "ZX"
-    except OSError:
-        return False
-
-
-def assert_gone(process: int, seconds: float = 5.0) -> None:
-    """Waits for a process to be gone."""
-    wait_until(lambda: not _is_alive(process), f"the end of process {process}", seconds)
-
-
-def end(process: int, with_signal: int = signal.SIGKILL) -> None:
-    """Sends a signal to one process of this desktop."""
-    os.kill(process, with_signal)

@@ -83,6 +83,13 @@ class Sound:
             self._keeper.wait()
             self._keeper = None
 
+    def is_recorded(self) -> bool:
+        """Whether any program but our own keeper records from a source."""
+        listed = (self._pactl("list", "short", "source-outputs") or "").splitlines()
+        keeper = 1 if self._keeper and self._keeper.poll() is None else 0
+        # The remapped source itself records from the sink's monitor, one for each microphone.
+        return len(listed) > keeper + len(self._modules)
+
     def playing(self, wav: Path) -> subprocess.Popen:
         """Starts to play the file into the microphone; ends when the last sample was played."""
         return subprocess.Popen(["paplay", "-d", self.SINK, "--latency-msec=50", str(wav)],

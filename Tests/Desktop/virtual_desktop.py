@@ -123,22 +123,6 @@ class VirtualDesktop:
                                 stdin=subprocess.DEVNULL, timeout=30, check=False)
         return result.stdout if result.returncode == 0 else ""
 
-    @staticmethod
-    def processes(pattern: str = "") -> dict[int, str]:
-        """Command lines of the living processes of this desktop that contain `pattern`, by id."""
-        found: dict[int, str] = {}
-        for entry in Path("/proc").iterdir():
-            if not entry.name.isdigit() or int(entry.name) == os.getpid():
-                continue
-            try:
-                command = (entry / "cmdline").read_bytes().replace(b"\0", b" ").decode().strip()
-                state = (entry / "stat").read_text().rpartition(")")[2].split()[0]
-            except OSError:
-                continue
-            if command and state not in "ZX" and pattern in command:
-                found[int(entry.name)] = command
-        return found
-
     # Windows
 
     def find_window(self, name: str) -> str:
