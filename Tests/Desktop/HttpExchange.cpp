@@ -14,8 +14,8 @@
 namespace quenda::desktop {
 namespace {
 
-constexpr std::size_t headLimit = 16 * 1024;
-constexpr std::size_t bodyLimit = 256 * 1024 * 1024;
+constexpr std::size_t headLimit = std::size_t{16} * 1024;
+constexpr std::size_t bodyLimit = std::size_t{256} * 1024 * 1024;
 constexpr int silenceMilliseconds = 5000;
 
 std::string lower(std::string_view text) {
@@ -113,7 +113,7 @@ bool HttpConnection::receive() {
     pollfd waiting{m_socket, POLLIN, 0};
     if (poll(&waiting, 1, silenceMilliseconds) <= 0)
         return false;
-    std::array<char, 64 * 1024> buffer;
+    std::array<char, 65536> buffer;
     const ssize_t count = recv(m_socket, buffer.data(), buffer.size(), 0);
     if (count <= 0)
         return false;

@@ -5,6 +5,7 @@ import json
 import socket
 import subprocess
 import sys
+import tempfile
 import time
 import unittest
 import urllib.error
@@ -14,8 +15,8 @@ from typing import Any, Optional
 
 from isolation import isolate
 from quenda_program import RELAY
-from virtual_desktop import RECOGNISER
 from sound import speech
+from virtual_desktop import RECOGNISER
 from waiting import wait_until
 
 PORT = 8698
@@ -58,7 +59,6 @@ class Recogniser(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls) -> None:
-        import tempfile
         holder = tempfile.TemporaryDirectory(prefix="quenda-recogniser.")
         cls.addClassCleanup(holder.cleanup)
         cls.folder = Path(holder.name)
