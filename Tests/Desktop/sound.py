@@ -76,6 +76,9 @@ class Sound:
                                     "/dev/null"], "parec")
         wait_until(lambda: "RUNNING" in (self._pactl("list", "short", "sources") or ""),
                    "a running source")
+        # The sink has its next buffer planned up to two seconds ahead; waking up, it plans anew.
+        self._pactl("suspend-sink", self.SINK, "1")
+        self._pactl("suspend-sink", self.SINK, "0")
 
     def let_idle(self) -> None:
         if self._keeper:

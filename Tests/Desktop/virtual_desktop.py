@@ -67,15 +67,17 @@ class VirtualDesktop:
         for folder, mode in ((self.home, 0o755), (self.runtime, 0o700), (self.logs, 0o755)):
             folder.mkdir(mode=mode)
         self.environment = {name: os.environ[name] for name in _INHERITED if name in os.environ}
+        bus = f"unix:path={self.runtime}/bus"
         self.environment |= {
             "HOME": str(self.home), "USER": "person", "LOGNAME": "person", "LANG": "C.UTF-8",
             "XDG_RUNTIME_DIR": str(self.runtime), "TMPDIR": str(self.folder),
             "XDG_SESSION_TYPE": "x11", "GSETTINGS_BACKEND": "memory", "NO_AT_BRIDGE": "0",
-            "DBUS_SESSION_BUS_ADDRESS": f"unix:path={self.runtime}/bus",
+            # One bus stands for both: nothing here may talk to the machine's own.
+            "DBUS_SESSION_BUS_ADDRESS": bus, "DBUS_SYSTEM_BUS_ADDRESS": bus,
         }
         self._start_display()
         self.start(["dbus-daemon", "--session", "--nofork", "--nopidfile",
-                    f"--address={self.environment['DBUS_SESSION_BUS_ADDRESS']}"], "dbus")
+                    f"--address={bus}"], "dbus")
         wait_until((self.runtime / "bus").exists, "the session bus")
         self.start(["openbox", "--sm-disable"], "openbox")
         wait_until(lambda: "window id" in self.output("xprop", "-root", "_NET_SUPPORTING_WM_CHECK"),
