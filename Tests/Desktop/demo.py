@@ -84,8 +84,9 @@ def show(said: str, result: Dictation) -> None:
 
 def main() -> int:
     options = parse()
-    if not QUENDA_BINARY.is_file():
-        sys.exit(f"demo: {QUENDA_BINARY} is not built")
+    for program in (QUENDA_BINARY, RECOGNISER):
+        if not program.is_file():
+            sys.exit(f"demo: {program} is not built")
     isolate()
     said = str(options.wav) if options.wav else options.text
     try:

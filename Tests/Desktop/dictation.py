@@ -12,6 +12,7 @@ from quenda_program import Quenda
 from virtual_desktop import VirtualDesktop
 from waiting import now_ns, wait_until
 
+FAILED = ("dictation: failed after ", " → empty in ", "audio: recording failed to start")
 LAST_WORD_SECONDS = 0.15  # how long the key is still held after the last word
 
 
@@ -74,8 +75,11 @@ def measure(desktop: VirtualDesktop, quenda: Quenda, editor: Editor, wav: Path,
     by the relay.
     """
     changes, answers, notes = len(editor.changes()), len(quenda.answers()), len(quenda.trace())
+    failures = [quenda.count(message) for message in FAILED]
     pressed, released = hold_and_speak(desktop, wav, while_speaking=while_speaking)
-    insertion = editor.wait_for_insertion(changes, seconds=150)
+    insertion = editor.wait_for_insertion(
+        changes, seconds=150,
+        hopeless=lambda: [quenda.count(message) for message in FAILED] != failures)
     if when_pasted:
         when_pasted()
     answer = wait_until(lambda: quenda.answers()[answers:], "the engine's answer at the relay")[0]

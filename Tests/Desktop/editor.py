@@ -5,6 +5,7 @@ import os
 import subprocess
 import sys
 import threading
+import time
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Callable
@@ -73,13 +74,17 @@ class Editor:
         with self._changed:
             return list(self._changes)
 
-    def wait_for_insertion(self, after: int = 0, seconds: float = 30.0) -> TextChange:
-        """The first text taken in after the given number of changes."""
+    def wait_for_insertion(self, after: int = 0, seconds: float = 30.0,
+                           hopeless: Callable[[], bool] = lambda: False) -> TextChange:
+        """The first text taken in after the given number of changes; raises Timeout when the time
+        is up or there is no hope any more."""
         def first() -> list[TextChange]:
             return [c for c in self._changes[after:] if c.kind == "insert"]
+        deadline = time.monotonic() + seconds
         with self._changed:
-            if not self._changed.wait_for(first, seconds):
-                raise Timeout(f"not within {seconds:g} s: a text in the editor's document")
+            while not self._changed.wait_for(first, 0.25):
+                if hopeless() or time.monotonic() > deadline:
+                    raise Timeout(f"no text came into the editor's document in {seconds:g} s")
             return first()[0]
 
     def title(self) -> str:
