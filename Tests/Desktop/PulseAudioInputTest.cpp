@@ -9,6 +9,8 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
 #include <QThread>
 
 #include <gtest/gtest.h>
@@ -402,6 +404,26 @@ TEST_F(PulseAudioInputTest, PermissionIsAnsweredLater) {
     permission.requestAccess({});
     EXPECT_TRUE(answers.empty());
     EXPECT_TRUE(waitFor([&answers] { return answers == std::vector<bool>{true}; }));
+}
+
+TEST_F(PulseAudioInputTest, AServerThatRefusesIsADeniedPermission) {
+    server.start();
+    server.control({QStringLiteral("load-module"), QStringLiteral("module-native-protocol-tcp"),
+                    QStringLiteral("port=4713")});
+    QTemporaryDir elsewhere;
+    QFile cookie(elsewhere.filePath(QStringLiteral("cookie")));
+    ASSERT_TRUE(cookie.open(QIODevice::WriteOnly));
+    cookie.write(QByteArray(256, 'x')); // not the server's
+    cookie.close();
+    qputenv("PULSE_COOKIE", cookie.fileName().toUtf8());
+    qputenv("PULSE_SERVER", "tcp:127.0.0.1:4713");
+    connectInput();
+    EXPECT_TRUE(waitFor([this] { return settled(); }));
+    qunsetenv("PULSE_COOKIE");
+    qunsetenv("PULSE_SERVER");
+    EXPECT_EQ(PulseMicrophonePermission(connection).status(), AuthorizationStatus::Denied);
+    EXPECT_EQ(input->nativeFormat(), AudioFormat());
+    EXPECT_FALSE(input->startCapture({48000, 1}, 4096, counting()).ok());
 }
 
 TEST_F(PulseAudioInputTest, CuesAreHeardAndQuiet) {
