@@ -30,6 +30,14 @@ public:
     std::function<void()> terminate;
 };
 
+class FakeStatusTray final : public StatusTray {
+public:
+    void setHostChangedHandler(std::function<void()> handler) override {
+        hostChanged = std::move(handler);
+    }
+    std::function<void()> hostChanged;
+};
+
 class FakeLoginItem final : public LoginItem {
 public:
     bool isEnabled() const override { return enabled; }
@@ -90,6 +98,7 @@ struct FakePlatform {
     FakeProcessRunner *processes = nullptr;
     FakeSounds *sounds = nullptr;
     FakeSessionEvents *sessionEvents = nullptr;
+    FakeStatusTray *statusTray = nullptr;
     FakeLoginItem *loginItem = nullptr;
     FakeWorkspace *workspace = nullptr;
     FakeBundle *bundle = nullptr;

@@ -1,6 +1,7 @@
 #include "Fakes/TestMain.h"
 
 #include "Platform/Folders.h"
+#include "Quenda/Log.h"
 
 #include <QApplication>
 #include <QMutex>
@@ -33,6 +34,7 @@ void collect(QtMsgType type, const QMessageLogContext &, const QString &message)
 // A fresh home before each test; an unexpected warning fails the test.
 class Housekeeping : public testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo &) override {
+        Log::flush(); // into the former home
         home = std::make_unique<QTemporaryDir>();
         Folders folders;
         folders.applicationSupport = home->filePath(QStringLiteral("data"));
