@@ -1,1 +1,152 @@
-// X11KeyPoster
+#include "Platform/Linux/X11KeyPoster.h"
+
+#include "Platform/Linux/PrimarySelection.h"
+#include "Platform/Linux/X11Input.h"
+#include "Platform/Linux/X11KeyCodes.h"
+
+#include <xcb/xcb.h>
+#include <xcb/xinput.h>
+#include <xcb/xtest.h>
+#include <xkbcommon/xkbcommon-keysyms.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace quenda {
+
+namespace {
+
+// The longest WM_CLASS that is looked at, in units of four bytes.
+constexpr std::uint32_t kWindowClassLimit = 64;
+
+std::uint8_t oneOf(const KeySet &keys, std::uint8_t preferred) {
+    if (keys.none() || keys[preferred])
+        return preferred;
+    std::size_t key = 0;
+    while (!keys[key])
+        ++key;
+    return std::uint8_t(key);
+}
+
+} // namespace
+
+X11KeyPoster::X11KeyPoster(std::shared_ptr<SyntheticKeys> synthetic, PrimarySelection *primary)
+    : m_synthetic(std::move(synthetic)),
+      m_primary(primary) {}
+
+X11KeyPoster::~X11KeyPoster() = default;
+
+bool X11KeyPoster::ready() {
+    if (m_connection && !m_connection->hasError()) {
+        m_connection->discardEvents(); // reads the socket: a loss shows here
+        if (!m_connection->hasError())
+            return true;
+    }
+    m_connection = X11Connection::open();
+    if (!m_connection)
+        return false;
+    m_testOpcode = testOpcode(*m_connection);
+    m_inputOpcode = inputOpcode(*m_connection);
+    m_connection->prefetchAtoms({"_NET_ACTIVE_WINDOW"});
+    return !m_connection->hasError();
+}
+
+PostOutcome X11KeyPoster::postPaste() {
+    if (!ready() || m_testOpcode == 0)
+        return PostOutcome::Refused;
+
+    const PasteShortcut shortcut = shortcutOfActiveWindow();
+    if (shortcut == PasteShortcut::ShiftInsert && m_primary != nullptr)
+        m_primary->mirrorClipboardText();
+    const ModifierKeys modifiers = modifierKeys(*m_connection);
+    const std::vector<std::uint8_t> keys = keysOf(shortcut, modifiers);
+
+    m_ownStrokes.clear();
+    m_letGo.reset();
+    watchUser(true);
+    const KeySet down = keysDown(*m_connection) & modifiers.held;
+    std::vector<std::uint8_t> held;
+    for (std::size_t key = 0; key < down.size(); ++key) {
+        if (down[key])
+            held.push_back(std::uint8_t(key));
+    }
+
+    for (const std::uint8_t key : held)
+        type(key, false);
+    std::for_each(keys.begin(), keys.end(), [this](std::uint8_t key) { type(key, true); });
+    std::for_each(keys.rbegin(), keys.rend(), [this](std::uint8_t key) { type(key, false); });
+    bool posted = readStrokes();
+
+    std::erase_if(held, [this](std::uint8_t key) { return m_letGo[key]; });
+    for (const std::uint8_t key : held)
+        type(key, true);
+    posted = readStrokes() && posted;
+    // Let go just before it was pressed again: nobody else would ever release it.
+    for (const std::uint8_t key : held) {
+        if (m_letGo[key])
+            type(key, false);
+    }
+    watchUser(false);
+    m_connection->sync();
+    m_synthetic->finish();
+    return posted && !m_connection->hasError() ? PostOutcome::Posted : PostOutcome::Refused;
+}
+
+PasteShortcut X11KeyPoster::shortcutOfActiveWindow() {
+    const std::uint32_t window =
+        m_connection->property32(m_connection->root(), "_NET_ACTIVE_WINDOW", XCB_ATOM_WINDOW);
+    if (window == XCB_WINDOW_NONE)
+        return PasteShortcut::ControlV;
+    const XcbOwned<xcb_get_property_reply_t> reply(
+        xcb_get_property_reply(m_connection->get(),
+                               xcb_get_property(m_connection->get(), 0, window, XCB_ATOM_WM_CLASS,
+                                                XCB_ATOM_STRING, 0, kWindowClassLimit),
+                               nullptr));
+    if (!reply || reply->format != 8)
+        return PasteShortcut::ControlV;
+    return pasteShortcutFor(
+        QByteArray(static_cast<const char *>(xcb_get_property_value(reply.get())),
+                   xcb_get_property_value_length(reply.get())));
+}
+
+std::vector<std::uint8_t> X11KeyPoster::keysOf(PasteShortcut shortcut,
+                                               const ModifierKeys &modifiers) {
+    const std::uint8_t control = oneOf(modifiers.control, xkeys::kLeftControl);
+    const std::uint8_t shift = oneOf(modifiers.shift, xkeys::kLeftShift);
+    if (shortcut == PasteShortcut::ShiftInsert)
+        return {shift, keyGiving(*m_connection, XKB_KEY_Insert).value_or(xkeys::kInsert)};
+    // A layout without a Latin V (Cyrillic alone, say): toolkits look at the key's place there.
+    const std::uint8_t v = keyGiving(*m_connection, XKB_KEY_v).value_or(xkeys::kV);
+    if (shortcut == PasteShortcut::ControlShiftV)
+        return {control, shift, v};
+    return {control, v};
+}
+
+void X11KeyPoster::type(std::uint8_t keyCode, bool press) {
+    m_synthetic->announce(keyCode, press);
+    m_ownStrokes.expect(keyCode, press);
+    xcb_test_fake_input(m_connection->get(), press ? XCB_KEY_PRESS : XCB_KEY_RELEASE, keyCode,
+                        XCB_CURRENT_TIME, XCB_WINDOW_NONE, 0, 0, 0);
+}
+
+void X11KeyPoster::watchUser(bool wanted) {
+    if (m_inputOpcode != 0)
+        selectRawKeys(*m_connection, wanted);
+}
+
+// Waits until the server has processed the strokes; false where it refused one.
+bool X11KeyPoster::readStrokes() {
+    bool accepted = m_connection->sync();
+    while (const XcbOwned<xcb_generic_event_t> event{xcb_poll_for_event(m_connection->get())}) {
+        if (event->response_type == 0) {
+            const auto *error = reinterpret_cast<const xcb_generic_error_t *>(event.get());
+            accepted = accepted && error->major_code != m_testOpcode;
+        }
+        const std::optional<RawKey> key = rawKey(*event, m_inputOpcode);
+        if (key && !m_ownStrokes.claim(key->keyCode, key->press))
+            m_letGo[key->keyCode] = !key->press;
+    }
+    return accepted;
+}
+
+} // namespace quenda
