@@ -1,19 +1,14 @@
 #pragma once
-// The selection that terminals of the xterm family paste from, beside the clipboard. Implemented
-// by the pasteboard, used by the key poster; it must outlive its user. Main thread only.
+// The X11 PRIMARY selection, which terminals paste on Shift+Insert. Main thread only.
 
 namespace quenda {
 
 class PrimarySelection {
 public:
-    PrimarySelection() = default;
-    PrimarySelection(const PrimarySelection &) = delete;
-    PrimarySelection &operator=(const PrimarySelection &) = delete;
     virtual ~PrimarySelection() = default;
-
-    /// Becomes the owner of PRIMARY with the plain text that our ownership of the clipboard holds
-    /// now. In effect when the call returns. False where we do not own the clipboard, it holds no
-    /// plain text, or the X server refuses; PRIMARY keeps its owner then.
+    /// Makes PRIMARY hold the plain text that the clipboard holds now, as long as it does.
+    /// In effect when the call returns. False where the clipboard holds no text of ours or the
+    /// system refuses.
     virtual bool mirrorClipboardText() = 0;
 };
 
