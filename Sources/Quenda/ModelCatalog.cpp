@@ -54,8 +54,8 @@ QString sizeLabel(int mb) {
 
 QStringList extraModels() {
     const QList<WhisperModel> &known = WhisperModel::catalog();
-    QStringList names = QDir(Config::modelsDir())
-                            .entryList(QDir::Files | QDir::Hidden, QDir::NoSort);
+    QStringList names =
+        QDir(Config::modelsDir()).entryList(QDir::Files | QDir::Hidden, QDir::NoSort);
     names.removeIf([&](const QString &name) {
         return !name.endsWith(QLatin1String(".bin")) ||
                std::any_of(known.begin(), known.end(),

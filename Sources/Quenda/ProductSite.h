@@ -20,4 +20,7 @@ inline const QString kModelBaseUrl = QStringLiteral(QUENDA_MODEL_BASE_URL);
 /// The page where a person sees all models of that repository.
 inline const QString kModelPageUrl = QStringLiteral(QUENDA_MODEL_PAGE_URL);
 
+/// The speech recogniser's project.
+inline const QString kEngineProjectUrl = QStringLiteral("https://github.com/ggerganov/whisper.cpp");
+
 } // namespace quenda
