@@ -71,7 +71,7 @@ AboutView::AboutView(const Bundle &bundle, Workspace &workspace, QWidget *parent
     QLabel *thanks =
         addLine(*column,
                 tr("Speech recognition powered by %1 and OpenAI Whisper")
-                    .arg(QStringLiteral("<a href=\"%1\">whisper.cpp</a>").arg(engineProjectPage())),
+                    .arg(QStringLiteral("<a href=\"%1\">whisper.cpp</a>").arg(kEngineProjectUrl)),
                 kCallout);
     thanks->setTextFormat(Qt::RichText);
     thanks->setTextInteractionFlags(Qt::LinksAccessibleByMouse | Qt::LinksAccessibleByKeyboard);

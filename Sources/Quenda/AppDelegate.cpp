@@ -32,8 +32,8 @@ AppDelegate::AppDelegate(Environment environment, QObject *parent)
     m_recorder = std::make_unique<AudioRecorder>(*platform.audioInput);
     m_downloader = std::make_unique<ModelDownloader>(m_env.http);
     m_indicator = std::make_unique<RecordingIndicator>(m_env.scheduler, *platform.workspace);
-    m_updateChecker = std::make_unique<UpdateChecker>(m_env.http, m_env.scheduler, *platform.bundle,
-                                                      m_env.defaults);
+    m_updateChecker = std::make_unique<UpdateChecker>(
+        UpdateChecker::Environment{m_env.http, m_env.scheduler, m_env.defaults, *platform.bundle});
     m_injector = std::make_unique<TextInjector>(TextInjector::Environment{
         *platform.pasteboard, *platform.keyPoster, *platform.accessibility, m_env.scheduler});
 }

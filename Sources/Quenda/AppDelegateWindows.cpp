@@ -4,6 +4,7 @@
 #include "Quenda/Alerts.h"
 #include "Quenda/AppDelegate.h"
 #include "Quenda/MenuText.h"
+#include "Quenda/ModelCatalog.h"
 #include "Quenda/ModelDownloader.h"
 #include "Quenda/ProductSite.h"
 #include "Quenda/SettingsView.h"
@@ -149,7 +150,7 @@ void AppDelegate::checkForUpdatesNow() {
         showAlert(*m_env.platform.workspace, tr("Update checks are turned off"),
                   tr("Enable “Check for updates automatically” in Settings, or download the latest "
                      "version from %1.")
-                      .arg(productHost()));
+                      .arg(kProductSiteHost));
         return;
     }
     if (m_updateChecker->available()) {
@@ -158,7 +159,7 @@ void AppDelegate::checkForUpdatesNow() {
         return;
     }
     installUpdateCallback();
-    m_env.defaults.setValue(m_updateChecker->lastCheckKey(), m_env.scheduler.now());
+    m_updateChecker->markChecked();
     m_updateChecker->fetch();
     // The check does not wait for the network: a later answer still shows the menu's entry.
     m_env.scheduler.after(kUpdateAnswer, this, [this] {

@@ -18,7 +18,7 @@ public:
     /// `barWidth` in device-independent pixels.
     explicit DownloadBar(int barWidth, QWidget *parent = nullptr);
 
-    /// `fraction` from 0 to 1; `done` and `total` in bytes, `total` 0 where it is not known;
+    /// `fraction` from 0 to 1; `done` and `total` in bytes, `total` below 1 where it is not known;
     /// `now` on any monotonic clock.
     void showProgress(double fraction, qint64 done, qint64 total, std::chrono::milliseconds now);
     /// Forgets the speed measured so far.

@@ -22,7 +22,7 @@ GeneralSection::GeneralSection(ConfigStore &store, LoginItem &loginItem, QWidget
     addToggle(tr("Check for updates automatically"), &Config::checkForUpdates);
     addNote(tr("Update checks fetch a small version file from %1 once a day. No audio, text, or "
                "personal data is ever sent.")
-                .arg(productHost()));
+                .arg(kProductSiteHost));
     refreshLaunchAtLogin();
 }
 

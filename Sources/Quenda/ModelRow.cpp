@@ -70,7 +70,7 @@ ModelRow::Action ModelRow::actionFor(const Facts &facts) {
     return facts.configured ? Action::inUse : Action::use;
 }
 
-void ModelRow::show(const Facts &facts, const QString &error, ModelDownloader::Bytes bytes,
+void ModelRow::show(const Facts &facts, const QString &error, ModelDownloader::Transfer transfer,
                     std::chrono::milliseconds now) {
     const Action action = actionFor(facts);
     m_bar->setVisible(action == Action::progress);
@@ -78,7 +78,7 @@ void ModelRow::show(const Facts &facts, const QString &error, ModelDownloader::B
     m_inUse->setVisible(action == Action::inUse);
     m_use->setVisible(action == Action::use);
     if (facts.progress)
-        m_bar->showProgress(*facts.progress, bytes.done, bytes.total, now);
+        m_bar->showProgress(*facts.progress, transfer.received, transfer.total, now);
     else
         m_bar->reset();
     m_error->setText(error);

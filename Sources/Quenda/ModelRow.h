@@ -39,7 +39,7 @@ public:
 
     using QWidget::show;
     /// `now` on a monotonic clock, for the speed.
-    void show(const Facts &facts, const QString &error, ModelDownloader::Bytes bytes,
+    void show(const Facts &facts, const QString &error, ModelDownloader::Transfer transfer,
               std::chrono::milliseconds now);
 
 private:

@@ -3,7 +3,9 @@
 #include "Platform/Desktop.h"
 #include "Platform/Scheduler.h"
 #include "Quenda/ConfigStore.h"
+#include "Quenda/ModelCatalog.h"
 #include "Quenda/ModelRow.h"
+#include "Quenda/ProductSite.h"
 
 #include <QDir>
 #include <QFile>
@@ -45,8 +47,8 @@ ModelSection::ModelSection(ConfigStore &store, ModelDownloader &downloader, Work
         QDir().mkpath(Config::modelsDir());
         workspace.open(QUrl::fromLocalFile(Config::modelsDir()));
     });
-    auto *browse = new QLabel(QStringLiteral("<a href=\"%1\">%2</a>")
-                                  .arg(ModelDownloader::browsePage(), tr("Browse all models…")));
+    auto *browse = new QLabel(
+        QStringLiteral("<a href=\"%1\">%2</a>").arg(kModelPageUrl, tr("Browse all models…")));
     browse->setTextFormat(Qt::RichText);
     browse->setTextInteractionFlags(Qt::LinksAccessibleByMouse | Qt::LinksAccessibleByKeyboard);
     browse->setAccessibleName(tr("Browse all models…"));
@@ -59,9 +61,9 @@ ModelSection::ModelSection(ConfigStore &store, ModelDownloader &downloader, Work
 
     onRefresh([this](const Config &) { refreshRows(); });
     m_subscriptions.push_back(
-        m_downloader.progress().subscribe([this](const auto &) { refreshRows(); }));
+        m_downloader.progress.subscribe([this](const auto &) { refreshRows(); }));
     m_subscriptions.push_back(
-        m_downloader.errors().subscribe([this](const auto &) { refreshRows(); }));
+        m_downloader.errors.subscribe([this](const auto &) { refreshRows(); }));
 }
 
 ModelRow *ModelSection::addModel(const WhisperModel &model, bool extra) {
@@ -75,7 +77,7 @@ ModelRow *ModelSection::addModel(const WhisperModel &model, bool extra) {
 }
 
 void ModelSection::refreshExtraModels() {
-    const QStringList found = ModelDownloader::extraModels();
+    const QStringList found = extraModels();
     if (found != m_extraModels) {
         m_extraModels = found;
         for (ModelRow *row : m_extraRows)
@@ -89,8 +91,8 @@ void ModelSection::refreshExtraModels() {
 
 void ModelSection::refreshRows() {
     const QString inUse = store().config().modelPath;
-    const auto &progress = m_downloader.progress().value();
-    const auto &errors = m_downloader.errors().value();
+    const auto &progress = m_downloader.progress.value();
+    const auto &errors = m_downloader.errors.value();
     const auto refresh = [&](ModelRow *row) {
         const QString fileName = row->model().fileName;
         ModelRow::Facts facts;
@@ -98,7 +100,7 @@ void ModelSection::refreshRows() {
             facts.progress = progress.value(fileName);
         facts.fileExists = QFile::exists(pathOf(row->model()));
         facts.configured = inUse == pathOf(row->model());
-        row->show(facts, errors.value(fileName), m_downloader.bytes(fileName),
+        row->show(facts, errors.value(fileName), m_downloader.transfers.value().value(fileName),
                   m_scheduler.uptime());
     };
     for (ModelRow *row : m_catalogRows)

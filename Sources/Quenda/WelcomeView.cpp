@@ -3,6 +3,7 @@
 #include "Platform/Platform.h"
 #include "Quenda/ConfigStore.h"
 #include "Quenda/DownloadBar.h"
+#include "Quenda/ModelCatalog.h"
 #include "Quenda/ModelDownloader.h"
 #include "Quenda/PermissionFixer.h"
 #include "Quenda/SettingsForm.h"
@@ -38,9 +39,9 @@ WelcomeView::WelcomeView(Environment environment, QWidget *parent)
     m_subscriptions.push_back(
         m_env.store.observable().subscribe([this](const Config &) { refresh(); }));
     m_subscriptions.push_back(
-        m_env.downloader.progress().subscribe([this](const auto &) { refresh(); }));
+        m_env.downloader.progress.subscribe([this](const auto &) { refresh(); }));
     m_subscriptions.push_back(
-        m_env.downloader.errors().subscribe([this](const auto &) { refresh(); }));
+        m_env.downloader.errors.subscribe([this](const auto &) { refresh(); }));
     recheck();
 }
 
@@ -148,18 +149,18 @@ void WelcomeView::refresh() {
 
     const QString file = WhisperModel::compact().fileName;
     m_model->setDone(QFile::exists(m_env.store.config().modelPath));
-    const auto &progress = m_env.downloader.progress().value();
+    const auto &progress = m_env.downloader.progress.value();
     const bool downloading = progress.contains(file);
     m_downloadButton->setVisible(!downloading);
     m_bar->setVisible(downloading);
     if (downloading) {
-        const auto bytes = m_env.downloader.bytes(file);
-        m_bar->showProgress(progress.value(file), bytes.done, bytes.total,
+        const auto transfer = m_env.downloader.transfers.value().value(file);
+        m_bar->showProgress(progress.value(file), transfer.received, transfer.total,
                             m_env.scheduler.uptime());
     } else {
         m_bar->reset();
     }
-    const QString error = m_env.downloader.errors().value().value(file);
+    const QString error = m_env.downloader.errors.value().value(file);
     m_downloadError->setText(error);
     m_downloadError->setVisible(!error.isEmpty() && !m_model->isDone());
 

@@ -9,6 +9,7 @@
 #include "Quenda/Languages.h"
 #include "Quenda/ModelDownloader.h"
 #include "Quenda/ModelRow.h"
+#include "Quenda/ProductSite.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -382,9 +383,9 @@ TEST_F(SettingsViewTest, ModelLinksLeadToFolderAndPage) {
     EXPECT_EQ(fake.workspace->opened.last(), QUrl::fromLocalFile(Config::modelsDir()));
     QLabel *browse = control<QLabel>(view(), QStringLiteral("Browse all models…"));
     ASSERT_TRUE(browse);
-    Q_EMIT browse->linkActivated(ModelDownloader::browsePage());
-    EXPECT_EQ(fake.workspace->opened.last(), QUrl(ModelDownloader::browsePage()));
-    EXPECT_TRUE(ModelDownloader::browsePage().endsWith(QStringLiteral("/tree/main")));
+    Q_EMIT browse->linkActivated(kModelPageUrl);
+    EXPECT_EQ(fake.workspace->opened.last(), QUrl(kModelPageUrl));
+    EXPECT_TRUE(kModelPageUrl.endsWith(QStringLiteral("/tree/main")));
 }
 
 TEST_F(SettingsViewTest, EngineStatusFollowsTheEngine) {

@@ -117,7 +117,7 @@ TEST_F(WelcomeViewTest, OffersTheCompactModel) {
     EXPECT_TRUE(reads(step(3), QStringLiteral("Large v3 Turbo (compact) — Near-best accuracy, "
                                               "smaller & faster to download")));
     buttons(view(), QStringLiteral("Download")).first()->click();
-    EXPECT_TRUE(controller->downloader().progress().value().contains(
+    EXPECT_TRUE(controller->downloader().progress.value().contains(
         QStringLiteral("ggml-large-v3-turbo-q5_0.bin")));
     EXPECT_FALSE(offers(QStringLiteral("Download")));
     EXPECT_TRUE(view().findChild<DownloadBar *>()->isVisibleTo(&view()));

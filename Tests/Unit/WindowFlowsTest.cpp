@@ -2,6 +2,7 @@
 
 #include "Fakes/ControllerFixture.h"
 #include "Quenda/AboutView.h"
+#include "Quenda/ModelCatalog.h"
 #include "Quenda/ModelDownloader.h"
 #include "Quenda/SettingsView.h"
 #include "Quenda/WelcomeView.h"
@@ -26,7 +27,7 @@ class WindowFlows : public fakes::ControllerFixture {
 protected:
     static bool shown(const QWidget *window) { return window && window->isVisible(); }
     QAction *entry(int number) { return controller->statusMenu()->actions().at(number - 1); }
-    bool downloading() { return controller->downloader().progress().value().contains(kCompact); }
+    bool downloading() { return controller->downloader().progress.value().contains(kCompact); }
     int manifestRequests() const {
         int count = 0;
         for (const auto &exchange : http.exchanges)

@@ -41,8 +41,8 @@ bool X11Accessibility::focusedElementExists() const {
     if (!ready())
         return false;
     if (managerTellsActiveWindow())
-        return m_connection->property32(m_connection->root(), "_NET_ACTIVE_WINDOW",
-                                        XCB_ATOM_WINDOW) != XCB_WINDOW_NONE;
+        return isViewable(
+            m_connection->property32(m_connection->root(), "_NET_ACTIVE_WINDOW", XCB_ATOM_WINDOW));
     const XcbOwned<xcb_get_input_focus_reply_t> focus(xcb_get_input_focus_reply(
         m_connection->get(), xcb_get_input_focus(m_connection->get()), nullptr));
     return focus && focus->focus != XCB_INPUT_FOCUS_NONE &&
@@ -69,6 +69,15 @@ bool X11Accessibility::managerTellsActiveWindow() const {
                               sizeof(xcb_atom_t));
     return std::find(atoms.begin(), atoms.end(), m_connection->atom("_NET_ACTIVE_WINDOW")) !=
            atoms.end();
+}
+
+// A manager may go on naming a window that was destroyed, until another one becomes active.
+bool X11Accessibility::isViewable(std::uint32_t window) const {
+    if (window == XCB_WINDOW_NONE)
+        return false;
+    const XcbOwned<xcb_get_window_attributes_reply_t> attributes(xcb_get_window_attributes_reply(
+        m_connection->get(), xcb_get_window_attributes(m_connection->get(), window), nullptr));
+    return attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE;
 }
 
 } // namespace quenda

@@ -47,12 +47,14 @@ bool X11KeyPoster::ready() {
         return false;
     m_testOpcode = testOpcode(*m_connection);
     m_inputOpcode = inputOpcode(*m_connection);
+    if (m_inputOpcode != 0)
+        m_inputFirstEvent = xcb_get_extension_data(m_connection->get(), &xcb_input_id)->first_event;
     m_connection->prefetchAtoms({"_NET_ACTIVE_WINDOW"});
     return !m_connection->hasError();
 }
 
 PostOutcome X11KeyPoster::postPaste() {
-    if (!ready() || m_testOpcode == 0)
+    if (!ready() || m_testOpcode == 0 || m_inputOpcode == 0)
         return PostOutcome::Refused;
 
     const PasteShortcut shortcut = shortcutOfActiveWindow();
@@ -63,30 +65,41 @@ PostOutcome X11KeyPoster::postPaste() {
 
     m_ownStrokes.clear();
     m_letGo.reset();
-    watchUser(true);
+    selectRawKeys(*m_connection, true);
+    struct Held {
+        std::uint8_t device, key;
+    };
+    std::vector<Held> held;
     const KeySet down = keysDown(*m_connection) & modifiers.held;
-    std::vector<std::uint8_t> held;
-    for (std::size_t key = 0; key < down.size(); ++key) {
-        if (down[key])
-            held.push_back(std::uint8_t(key));
+    // What a keyboard holds of our own keys would swallow our strokes: that goes up in any case.
+    KeySet upFirst = modifiers.held;
+    for (const std::uint8_t key : keys)
+        upFirst.set(key);
+    for (const KeyboardDevice &keyboard : keyboardDevices(*m_connection)) {
+        const KeySet up = keyboard.down & upFirst;
+        for (std::size_t key = 0; key < up.size(); ++key) {
+            if (!up[key])
+                continue;
+            type(std::uint8_t(key), false, keyboard.device);
+            if (down[key])
+                held.push_back({keyboard.device, std::uint8_t(key)});
+        }
     }
 
-    for (const std::uint8_t key : held)
-        type(key, false);
     std::for_each(keys.begin(), keys.end(), [this](std::uint8_t key) { type(key, true); });
     std::for_each(keys.rbegin(), keys.rend(), [this](std::uint8_t key) { type(key, false); });
     bool posted = readStrokes();
 
-    std::erase_if(held, [this](std::uint8_t key) { return m_letGo[key]; });
-    for (const std::uint8_t key : held)
-        type(key, true);
+    std::erase_if(held, [this](const Held &each) { return m_letGo[each.key]; });
+    for (const Held &each : held)
+        type(each.key, true, each.device);
     posted = readStrokes() && posted;
     // Let go just before it was pressed again: nobody else would ever release it.
-    for (const std::uint8_t key : held) {
-        if (m_letGo[key])
-            type(key, false);
+    for (const Held &each : held) {
+        if (m_letGo[each.key])
+            type(each.key, false, each.device);
     }
-    watchUser(false);
+    selectRawKeys(*m_connection, false);
     m_connection->sync();
     m_synthetic->finish();
     return posted && !m_connection->hasError() ? PostOutcome::Posted : PostOutcome::Refused;
@@ -122,16 +135,15 @@ std::vector<std::uint8_t> X11KeyPoster::keysOf(PasteShortcut shortcut,
     return {control, v};
 }
 
-void X11KeyPoster::type(std::uint8_t keyCode, bool press) {
+void X11KeyPoster::type(std::uint8_t keyCode, bool press, std::uint8_t device) {
     m_synthetic->announce(keyCode, press);
     m_ownStrokes.expect(keyCode, press);
-    xcb_test_fake_input(m_connection->get(), press ? XCB_KEY_PRESS : XCB_KEY_RELEASE, keyCode,
-                        XCB_CURRENT_TIME, XCB_WINDOW_NONE, 0, 0, 0);
-}
-
-void X11KeyPoster::watchUser(bool wanted) {
-    if (m_inputOpcode != 0)
-        selectRawKeys(*m_connection, wanted);
+    int event = press ? XCB_KEY_PRESS : XCB_KEY_RELEASE;
+    if (device != 0)
+        event =
+            m_inputFirstEvent + (press ? XCB_INPUT_DEVICE_KEY_PRESS : XCB_INPUT_DEVICE_KEY_RELEASE);
+    xcb_test_fake_input(m_connection->get(), std::uint8_t(event), keyCode, XCB_CURRENT_TIME,
+                        XCB_WINDOW_NONE, 0, 0, device);
 }
 
 // Waits until the server has processed the strokes; false where it refused one.

@@ -1,7 +1,9 @@
 #pragma once
 // Types the paste shortcut with XTest into the window that has the keyboard focus. The modifiers
-// that the user holds are let go for it and pressed again where they are still held. Main thread
-// only; waits for the X server, never for another client.
+// that the user holds are let go for it and pressed again where they are still held, both on the
+// very keyboard that holds them: each has a state of its own, and one that was let go or pressed
+// by another hand would miss its next stroke. Main thread only; waits for the X server, never for
+// another client.
 
 #include "Platform/KeyPoster.h"
 #include "Platform/Linux/PasteShortcut.h"
@@ -28,15 +30,16 @@ private:
     bool ready();
     PasteShortcut shortcutOfActiveWindow();
     std::vector<std::uint8_t> keysOf(PasteShortcut shortcut, const ModifierKeys &modifiers);
-    void type(std::uint8_t keyCode, bool press);
-    void watchUser(bool wanted);
+    /// `device`: the keyboard that types, XTest's own by default.
+    void type(std::uint8_t keyCode, bool press, std::uint8_t device = 0);
     bool readStrokes();
 
     std::shared_ptr<SyntheticKeys> m_synthetic;
     PrimarySelection *m_primary;
     std::unique_ptr<X11Connection> m_connection;
     std::uint8_t m_testOpcode = 0;
-    std::uint8_t m_inputOpcode = 0; ///< 0 without XInput 2.2
+    std::uint8_t m_inputOpcode = 0;
+    std::uint8_t m_inputFirstEvent = 0;
     OwnStrokes m_ownStrokes;
     KeySet m_letGo; ///< keys that the user let go of while we typed
 };

@@ -3,6 +3,7 @@
 #include "Platform/Linux/X11Connection.h"
 
 #include <xcb/xcb.h>
+#include <xcb/xinput.h>
 #include <xkbcommon/xkbcommon-x11.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@ namespace quenda {
 namespace {
 
 constexpr std::uint8_t kLowestKeyCode = 8;
+constexpr int kHighestDevice = 127; // what the requests for single devices can name
 
 template <auto Unref>
 struct Unreferencer {
@@ -44,6 +46,46 @@ KeySet keysDown(X11Connection &connection) {
     const XcbOwned<xcb_query_keymap_reply_t> reply(
         xcb_query_keymap_reply(connection.get(), xcb_query_keymap(connection.get()), nullptr));
     return reply ? keySet(reply->keys) : KeySet();
+}
+
+std::vector<KeyboardDevice> keyboardDevices(X11Connection &connection) {
+    const XcbOwned<xcb_input_xi_query_device_reply_t> devices(xcb_input_xi_query_device_reply(
+        connection.get(), xcb_input_xi_query_device(connection.get(), XCB_INPUT_DEVICE_ALL),
+        nullptr));
+    struct Question {
+        std::uint8_t device;
+        xcb_input_open_device_cookie_t opened; ///< a closed device does not answer
+        xcb_input_query_device_state_cookie_t state;
+    };
+    std::vector<Question> questions;
+    if (devices) {
+        for (auto device = xcb_input_xi_query_device_infos_iterator(devices.get()); device.rem > 0;
+             xcb_input_xi_device_info_next(&device)) {
+            if (device.data->type != XCB_INPUT_DEVICE_TYPE_SLAVE_KEYBOARD ||
+                device.data->deviceid > kHighestDevice)
+                continue;
+            const auto id = std::uint8_t(device.data->deviceid);
+            questions.push_back({id, xcb_input_open_device(connection.get(), id),
+                                 xcb_input_query_device_state(connection.get(), id)});
+        }
+    }
+    std::vector<KeyboardDevice> keyboards;
+    for (const Question &question : questions) {
+        const XcbOwned<xcb_input_open_device_reply_t> opened(
+            xcb_input_open_device_reply(connection.get(), question.opened, nullptr));
+        const XcbOwned<xcb_input_query_device_state_reply_t> state(
+            xcb_input_query_device_state_reply(connection.get(), question.state, nullptr));
+        if (!state)
+            continue;
+        for (auto input = xcb_input_query_device_state_classes_iterator(state.get()); input.rem > 0;
+             xcb_input_input_state_next(&input)) {
+            if (input.data->class_id != XCB_INPUT_INPUT_CLASS_KEY)
+                continue;
+            const auto *keys = reinterpret_cast<const xcb_input_key_state_t *>(input.data);
+            keyboards.push_back({question.device, keySet(keys->keys)});
+        }
+    }
+    return keyboards;
 }
 
 ModifierKeys modifierKeys(X11Connection &connection) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
+#include <vector>
 
 namespace quenda {
 
@@ -20,6 +21,14 @@ KeySet keySet(const std::uint8_t *keymap);
 
 /// The keys that the server holds for down now, whoever pressed them.
 KeySet keysDown(X11Connection &connection);
+
+/// What one of the keyboards that feed the shared one holds for down.
+struct KeyboardDevice {
+    std::uint8_t device = 0; ///< its XInput id
+    KeySet down;
+};
+/// All of them, XTest's own among them. A key is down for the server while one of them has it down.
+std::vector<KeyboardDevice> keyboardDevices(X11Connection &connection);
 
 struct ModifierKeys {
     KeySet shift;
