@@ -11,6 +11,7 @@
 #include "Platform/MicrophonePermission.h"
 #include "Platform/Pasteboard.h"
 #include "Platform/ProcessRunner.h"
+#include "Platform/StatusTray.h"
 
 #include <memory>
 
@@ -28,6 +29,7 @@ struct Platform {
     std::unique_ptr<ProcessRunner> processes;
     std::unique_ptr<Sounds> sounds;
     std::unique_ptr<SessionEvents> sessionEvents;
+    std::unique_ptr<StatusTray> statusTray;
     std::unique_ptr<LoginItem> loginItem;
     std::unique_ptr<Workspace> workspace;
     std::unique_ptr<Bundle> bundle;

@@ -11,8 +11,8 @@
 
 namespace quenda {
 
-/// A running child. Destroying the handle lets the child run on, unobserved by the caller; the
-/// runner still ends it with the program.
+/// A running child. Destroying the handle lets the child run on and keeps its exit handler unless
+/// that was cleared; the runner still ends it with the program.
 class ChildProcess {
 public:
     ChildProcess() = default;

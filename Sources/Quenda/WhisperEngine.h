@@ -10,6 +10,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QStringList>
 
 #include <chrono>
 #include <functional>
@@ -45,6 +46,9 @@ public:
         ProcessRunner &processes;
         HttpClient &http;
         Bundle &bundle;
+        /// Where a whisper-server that was installed by itself may lie, in order of preference.
+        QStringList systemServerPaths{QStringLiteral("/opt/homebrew/bin/whisper-server"),
+                                      QStringLiteral("/usr/local/bin/whisper-server")};
     };
 
     using Completion = std::function<void(const Result<QString> &)>;
@@ -57,10 +61,10 @@ public:
     const State &state() const { return m_state.value(); }
     Observable<State> &observableState() { return m_state; }
 
-    /// Brings the engine up from `stopped`, `idle` or `failed`. Blocks while stale servers on the
-    /// port are ended.
+    /// Brings the engine up from `stopped`, `idle` or `failed`; in `starting` and `ready` it does
+    /// nothing. Blocks while stale servers on the port are ended.
     void start();
-    /// Stops the server on purpose.
+    /// Stops the server on purpose. Waits for nothing.
     void stop();
 
     /// "http://127.0.0.1:" and the port that the running server was given.
@@ -78,25 +82,32 @@ public:
     static QString removeFillerWords(const QString &text);
 
 private:
+    using Samples = std::shared_ptr<const std::vector<float>>;
+
     void setState(const State &state);
-    QString resolveServerPath(const QString &configured) const;
-    QString bundledVADModelPath() const;
+    void announce(const State &state);
+    bool is(State::Kind kind) const { return state().kind == kind; }
+    std::optional<QString> resolveServerPath(const QString &configured) const;
+    std::optional<QString> bundledVADModelPath() const;
+    QStringList serverArguments(const QString &modelPath, qint64 port) const;
     void killStaleServers(qint64 port);
-    void waitUntilReady(int attempt);
+    void waitUntilReady(int attempt, quint64 generation);
     void handleUnexpectedExit(int status);
     void unloadIfIdle();
-    void waitThenTranscribe(std::vector<float> samples, std::chrono::milliseconds deadline,
+    void releaseProcess();
+    void waitThenTranscribe(Samples samples, std::chrono::milliseconds deadline,
                             Completion completion);
     void performTranscription(const std::vector<float> &samples, Completion completion);
 
     Environment m_env;
-    std::unique_ptr<ChildProcess> m_process;
+    std::unique_ptr<ChildProcess> m_process; ///< the latest child; it may have ended
     qint64 m_activePort = 0;
-    std::chrono::milliseconds m_lastActivity{0};
+    std::chrono::milliseconds m_lastActivity; ///< uptime of the last use or of getting ready
     Scheduler::TimerHandle m_idleTimer;
     Observable<State> m_state;
-    std::optional<std::chrono::milliseconds> m_lastCrashAt;
+    std::optional<std::chrono::milliseconds> m_lastCrashAt; ///< uptime
     int m_consecutiveCrashes = 0;
+    quint64 m_generation = 0; ///< of the launched servers; polls of an earlier one are void
 };
 
 } // namespace quenda

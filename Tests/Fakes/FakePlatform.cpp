@@ -39,6 +39,7 @@ FakePlatform::FakePlatform() {
     processes = make<FakeProcessRunner>(platform.processes);
     sounds = make<FakeSounds>(platform.sounds);
     sessionEvents = make<FakeSessionEvents>(platform.sessionEvents);
+    statusTray = make<FakeStatusTray>(platform.statusTray);
     loginItem = make<FakeLoginItem>(platform.loginItem);
     workspace = make<FakeWorkspace>(platform.workspace);
     bundle = make<FakeBundle>(platform.bundle);

@@ -30,6 +30,14 @@ public:
     std::function<void()> terminate;
 };
 
+class FakeStatusTray final : public StatusTray {
+public:
+    void setHostChangedHandler(std::function<void()> handler) override {
+        hostChanged = std::move(handler);
+    }
+    std::function<void()> hostChanged;
+};
+
 class FakeLoginItem final : public LoginItem {
 public:
     bool isEnabled() const override { return enabled; }
@@ -45,7 +53,11 @@ public:
     void activateProgram() override { ++activations; }
     void resetPermission(const QString &service) override { resets.append(service); }
     void relaunchAfterExit() override { ++relaunches; }
-    void makeFloatingPanel(QWindow *) override { ++floatingPanels; }
+    void makeFloatingPanel(QWindow *, int) override { ++floatingPanels; }
+    bool isCompositing() const override { return compositing; }
+    void setCompositingHandler(std::function<void()> handler) override {
+        compositingChanged = std::move(handler);
+    }
 
     QList<QUrl> opened;
     QStringList panes;
@@ -53,6 +65,8 @@ public:
     int activations = 0;
     int relaunches = 0;
     int floatingPanels = 0;
+    bool compositing = true;
+    std::function<void()> compositingChanged;
 };
 
 class FakeBundle final : public Bundle {
@@ -84,6 +98,7 @@ struct FakePlatform {
     FakeProcessRunner *processes = nullptr;
     FakeSounds *sounds = nullptr;
     FakeSessionEvents *sessionEvents = nullptr;
+    FakeStatusTray *statusTray = nullptr;
     FakeLoginItem *loginItem = nullptr;
     FakeWorkspace *workspace = nullptr;
     FakeBundle *bundle = nullptr;
