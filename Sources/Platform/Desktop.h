@@ -64,8 +64,14 @@ public:
     /// Arranges that the program is started again once this process has ended.
     virtual void relaunchAfterExit() = 0;
     /// Makes `window` float above full-screen windows on every workspace without ever taking the
-    /// keyboard focus. Called once, after the window was created and before it is first shown.
-    virtual void makeFloatingPanel(QWindow *window) = 0;
+    /// keyboard focus. Outside of corners of `cornerRadius` (device-independent pixels) it takes
+    /// no clicks and, while the desktop is not compositing, shows nothing. Called after each
+    /// creation of the window's native side, before that is shown.
+    virtual void makeFloatingPanel(QWindow *window, int cornerRadius) = 0;
+    /// Whether the desktop blends translucent windows with what lies below them.
+    virtual bool isCompositing() const = 0;
+    /// Called when the answer of isCompositing() has changed. Replaces an earlier handler.
+    virtual void setCompositingHandler(std::function<void()> handler) = 0;
 };
 
 /// What the program's own package says of it.

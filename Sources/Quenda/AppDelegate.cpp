@@ -2,15 +2,26 @@
 
 #include "Quenda/AppDelegate.h"
 
+#include "Quenda/AboutView.h"
 #include "Quenda/Log.h"
+#include "Quenda/ModelDownloader.h"
+#include "Quenda/PermissionFixer.h"
+#include "Quenda/SettingsView.h"
 #include "Quenda/StatusItem.h"
+#include "Quenda/WelcomeView.h"
 
+#include <QFile>
 #include <QMenu>
 #include <QPointer>
 
 #include <utility>
 
 namespace quenda {
+
+namespace {
+constexpr std::chrono::milliseconds kUpdateCheckDelay{4000};
+constexpr std::chrono::milliseconds kFirstWindowDelay{1000};
+} // namespace
 
 AppDelegate::AppDelegate(Environment environment, QObject *parent)
     : QObject(parent),
@@ -19,7 +30,10 @@ AppDelegate::AppDelegate(Environment environment, QObject *parent)
     m_store = std::make_unique<ConfigStore>();
     m_hotkey = std::make_unique<HotkeyMonitor>(*platform.keyTaps, m_env.scheduler);
     m_recorder = std::make_unique<AudioRecorder>(*platform.audioInput);
+    m_downloader = std::make_unique<ModelDownloader>(m_env.http);
     m_indicator = std::make_unique<RecordingIndicator>(m_env.scheduler, *platform.workspace);
+    m_updateChecker = std::make_unique<UpdateChecker>(
+        UpdateChecker::Environment{m_env.http, m_env.scheduler, m_env.defaults, *platform.bundle});
     m_injector = std::make_unique<TextInjector>(TextInjector::Environment{
         *platform.pasteboard, *platform.keyPoster, *platform.accessibility, m_env.scheduler});
 }
@@ -47,10 +61,15 @@ void AppDelegate::applicationDidFinishLaunching() {
     startEngine();
     Log::log(QStringLiteral("app: launched Quenda ") +
              m_env.platform.bundle->shortVersion().value_or(QStringLiteral("dev")));
+    m_fixer->completePendingFixIfNeeded();
     requestMicrophoneIfUndetermined();
     observeWake();
     observeInputDevice();
     ensureAccessibilityAndStartHotkey();
+    runFirstLaunchFlowIfNeeded();
+    installUpdateCallback();
+    scheduleUpdateCheck();
+    scheduleFirstWindow();
 }
 
 void AppDelegate::applicationWillTerminate() {
@@ -77,6 +96,24 @@ void AppDelegate::installComponentCallbacks() {
         if (self)
             self->cancelDictation();
     };
+    m_downloader->onModelInstalled = [self =
+                                          QPointer<AppDelegate>(this)](const WhisperModel &model) {
+        if (!self || QFile::exists(self->m_store->config().modelPath))
+            return;
+        self->m_store->update([&](Config &config) {
+            config.modelPath = Config::modelsDir() + QLatin1Char('/') + model.fileName;
+        });
+    };
+}
+
+void AppDelegate::scheduleUpdateCheck() {
+    m_env.scheduler.after(kUpdateCheckDelay, this, [this] {
+        m_updateChecker->checkIfDue(m_store->config().checkForUpdates, false);
+    });
+}
+
+void AppDelegate::scheduleFirstWindow() {
+    m_env.scheduler.after(kFirstWindowDelay, this, [this] { chooseFirstWindow(); });
 }
 
 void AppDelegate::requestMicrophoneIfUndetermined() {

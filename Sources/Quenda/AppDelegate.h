@@ -15,6 +15,7 @@
 #include "Quenda/Observable.h"
 #include "Quenda/RecordingIndicator.h"
 #include "Quenda/TextInjector.h"
+#include "Quenda/UpdateChecker.h"
 #include "Quenda/WhisperEngine.h"
 
 #include <QObject>
@@ -32,8 +33,13 @@ class QSettings;
 
 namespace quenda {
 
+class AboutView;
 class HttpClient;
+class ModelDownloader;
+class PermissionFixer;
+class SettingsView;
 class StatusItem;
+class WelcomeView;
 
 class AppDelegate : public QObject {
     Q_OBJECT
@@ -96,13 +102,21 @@ public:
     void openWelcome();
     void openSettings();
     void openAbout();
+    /// Shows the menu's update entry; it stays until the program ends.
+    void showUpdate(const UpdateChecker::Available &available);
     void openUpdate();
     void checkForUpdatesNow();
+    /// Null until first opened.
+    WelcomeView *welcomeWindow() const { return m_welcomeWindow.get(); }
+    SettingsView *settingsWindow() const { return m_settingsWindow.get(); }
+    AboutView *aboutWindow() const { return m_aboutWindow.get(); }
 
     ConfigStore &store() { return *m_store; }
     HotkeyMonitor &hotkey() { return *m_hotkey; }
     AudioRecorder &recorder() { return *m_recorder; }
     RecordingIndicator &indicator() { return *m_indicator; }
+    ModelDownloader &downloader() { return *m_downloader; }
+    UpdateChecker &updateChecker() { return *m_updateChecker; }
     /// Created on first use.
     WhisperEngine &engine();
 
@@ -140,6 +154,11 @@ private:
     // windows
     void ensureAccessibilityAndStartHotkey();
     void startHotkey();
+    void runFirstLaunchFlowIfNeeded();
+    void scheduleUpdateCheck();
+    void scheduleFirstWindow();
+    void chooseFirstWindow();
+    void installUpdateCallback();
 
     Environment m_env;
     std::unique_ptr<QMenu> m_menu;
@@ -147,8 +166,11 @@ private:
     std::unique_ptr<ConfigStore> m_store;
     std::unique_ptr<HotkeyMonitor> m_hotkey;
     std::unique_ptr<AudioRecorder> m_recorder;
+    std::unique_ptr<ModelDownloader> m_downloader;
     std::unique_ptr<RecordingIndicator> m_indicator;
+    std::unique_ptr<UpdateChecker> m_updateChecker;
     std::unique_ptr<TextInjector> m_injector;
+    std::unique_ptr<PermissionFixer> m_fixer;
     std::unique_ptr<WhisperEngine> m_engine;
 
     std::optional<std::chrono::milliseconds> m_pressStartedAt;
@@ -167,6 +189,10 @@ private:
     Scheduler::TimerHandle m_engineKeyDebounce;
     std::vector<Subscription> m_cancellables;
     int m_axPollCount = 0;
+
+    std::unique_ptr<WelcomeView> m_welcomeWindow;
+    std::unique_ptr<SettingsView> m_settingsWindow;
+    std::unique_ptr<AboutView> m_aboutWindow;
 };
 
 } // namespace quenda

@@ -2,6 +2,7 @@
 
 #include "Quenda/AppDelegate.h"
 #include "Quenda/GraphemeText.h"
+#include "Quenda/MenuText.h"
 #include "Quenda/StatusItem.h"
 #include "Quenda/Symbols.h"
 
@@ -15,13 +16,6 @@ namespace quenda {
 namespace {
 
 constexpr qsizetype kHistoryTitleLength = 50; // in user-perceived characters
-
-// A menu reads "&" as the mark of a mnemonic and a tab as the start of a shortcut.
-QString menuText(QString text) {
-    text.replace(QLatin1Char('&'), QStringLiteral("&&"));
-    text.replace(QLatin1Char('\t'), QLatin1Char(' '));
-    return text;
-}
 
 QAction *addInfo(QMenu &menu, const QString &title) {
     QAction *item = menu.addAction(menuText(title));
@@ -76,9 +70,8 @@ QString AppDelegate::statusLine() {
     if (config.provider != TranscriptionProvider::local) {
         const QString name = title(config.provider);
         if (config.apiKey().isEmpty())
-            return name + tr(": add API key in Settings");
-        return tr("Ready — ") + name + QStringLiteral(" (") + config.effectiveRemoteModel() +
-               QLatin1Char(')');
+            return tr("%1: add API key in Settings").arg(name);
+        return tr("Ready — %1 (%2)").arg(name, config.effectiveRemoteModel());
     }
     const QString model = QFileInfo(config.modelPath).fileName();
     using Kind = WhisperEngine::State::Kind;
@@ -86,9 +79,9 @@ QString AppDelegate::statusLine() {
     case Kind::stopped:
         return tr("Engine stopped");
     case Kind::starting:
-        return tr("Loading model (") + model + tr(")…");
+        return tr("Loading model (%1)…").arg(model);
     case Kind::ready:
-        return tr("Ready — ") + model;
+        return tr("Ready — %1").arg(model);
     case Kind::idle:
         return tr("Idle — wakes on dictation");
     case Kind::failed:
@@ -105,14 +98,14 @@ void AppDelegate::refreshStatus() {
 QString AppDelegate::hintText(HotkeyChoice hotkey, ActivationMode mode) {
     const QString label = title(hotkey);
     if (mode == ActivationMode::hold)
-        return tr("Hold ") + label + tr(" to dictate");
-    return tr("Press ") + label + tr(" to start/stop dictating");
+        return tr("Hold %1 to dictate").arg(label);
+    return tr("Press %1 to start/stop dictating").arg(label);
 }
 
 void AppDelegate::menuWillOpen() {
     const std::optional<QString> device =
         AudioRecorder::defaultInputDeviceName(*m_env.platform.audioInput);
-    m_micMenuItem->setText(menuText(tr("Mic: ") + device.value_or(tr("no input device"))));
+    m_micMenuItem->setText(menuText(tr("Mic: %1").arg(device.value_or(tr("no input device")))));
     rebuildHistoryMenu();
 }
 

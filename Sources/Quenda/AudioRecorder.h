@@ -12,6 +12,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <vector>
@@ -29,14 +30,16 @@ public:
     explicit AudioRecorder(AudioInput &input, QObject *parent = nullptr);
     ~AudioRecorder() override;
 
-    /// Called on the main thread when the default input device has become another one.
+    /// Called on the main thread, from the event loop, when the default input device has become
+    /// another one.
     std::function<void()> onInputDeviceChanged;
 
     /// Begins a recording; does nothing while one is running. Fails with code 1 where there is no
     /// input device, with code 2 where its format cannot be converted, or with the system's error.
     Failure start();
 
-    /// Ends the recording and returns all its samples; empty where none was running.
+    /// Ends the recording and returns all its samples, including the few milliseconds that the
+    /// resampling filter still held; empty where none was running.
     std::vector<float> stop();
 
     bool isRecording() const { return m_isRecording; }
@@ -63,9 +66,15 @@ public:
 
 private:
     void process(const AudioBuffer &buffer);
+    void mixDown(const AudioBuffer &buffer);
+    float raiseSessionPeak(std::span<const float> chunk);
+    void append(std::span<const float> chunk);
 
     AudioInput &m_input;
     std::unique_ptr<Resampler> m_converter;
+    std::vector<float> m_mono; ///< scratch of the audio thread
+    std::mutex m_samplesMutex; ///< guards m_samples
+    std::vector<float> m_samples;
     std::unique_ptr<AudioCapture> m_capture;
     std::atomic<float> m_currentLevel{0};
     std::atomic<float> m_sessionPeak{0};

@@ -66,19 +66,31 @@ struct Config {
     /// The key stored for `provider`; empty where there is none. Secret.
     QString apiKey() const;
 
-    /// One JSON object with all 17 keys, sorted, pretty-printed, UTF-8.
+    /// One JSON object with all 17 keys, sorted, pretty-printed, UTF-8. Empty where the record
+    /// cannot be written as JSON that reads back: a number that is infinite or none, or more than
+    /// kMaxFileBytes. Half a surrogate pair is written as U+FFFD.
     QByteArray encode() const;
     /// Absent or null keys keep their defaults and unknown ones are ignored; one value of the
-    /// wrong kind refuses the whole record.
+    /// wrong kind refuses the whole record. An integer may be written as 5.0 or 5e0. Of a key that
+    /// occurs twice the last one counts. Half a surrogate pair is read as U+FFFD.
     static Result<Config> decode(const QByteArray &json);
 
     static QString dataFolder(); ///< the folder "Quenda" of the application-support folder
     static QString configURL();  ///< the settings file
     static QString modelsDir();  ///< the models folder; asking does not create it
 
+    /// The settings file is a regular file of at most this size, a thousand times what it needs;
+    /// any other is treated like one that cannot be read.
+    static constexpr qint64 kMaxFileBytes = 4 * 1024 * 1024;
+
+    /// The record in the settings file, which may be reached through a symbolic link.
+    static Result<Config> load();
+
     /// Moves the data folder of the product's former name to the present one, once.
     static void migrateLegacyDataIfNeeded();
-    /// Writes this record to the settings file, readable by the owner only. Errors are swallowed.
+    /// Writes this record to the settings file, in place and readable by the owner only; a
+    /// symbolic link that the user put there is followed. Errors are swallowed, and a record that
+    /// encode() refuses leaves the file as it is.
     void save() const;
 };
 

@@ -5,8 +5,9 @@
 namespace quenda {
 
 namespace {
+// Never destroyed: what is logged while static objects go still needs the log's folder.
 Folders &installed() {
-    static Folders folders;
+    static Folders &folders = *new Folders;
     return folders;
 }
 } // namespace

@@ -35,6 +35,7 @@ public:
 
 private:
     void handle(const KeyEvent &event);
+    void callLater(std::function<void()> HotkeyMonitor::*callback);
     void checkTap();
 
     KeyTapFactory &m_taps;

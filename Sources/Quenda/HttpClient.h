@@ -5,6 +5,7 @@
 #include "Platform/Error.h"
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QList>
 #include <QPair>
 #include <QString>
@@ -12,6 +13,7 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 
 class QObject;
@@ -21,10 +23,10 @@ namespace quenda {
 struct HttpRequest {
     enum class Route {
         Direct,      ///< never through a proxy: for the loopback engine
-        SystemProxy, ///< as the system's proxy settings say
+        SystemProxy, ///< as the system's proxy settings say; loopback hosts directly all the same
     };
 
-    QUrl url;
+    QUrl url; ///< http or https
     QByteArray method = "GET";
     QList<QPair<QByteArray, QByteArray>> headers;
     QByteArray body;                          ///< sent with its Content-Length
@@ -41,9 +43,33 @@ struct HttpResponse {
     std::optional<Error> transportError;
 };
 
+/// Where the bytes of a download go. Its calls come from one thread that is not the main thread, in
+/// the order open, write..., finish; it is destroyed there too. Destroyed without a successful
+/// finish(), it leaves nothing behind. An error from any call ends the download.
+class DownloadSink {
+public:
+    DownloadSink() = default;
+    DownloadSink(const DownloadSink &) = delete;
+    DownloadSink &operator=(const DownloadSink &) = delete;
+    virtual ~DownloadSink() = default;
+
+    virtual Failure open() = 0;
+    virtual Failure write(QByteArrayView bytes) = 0;
+    /// Every byte has arrived.
+    virtual Failure finish() = 0;
+};
+
+struct HttpDownload {
+    std::optional<int> status;  ///< HTTP status code; none where there was no HTTP answer
+    std::optional<Error> error; ///< of the exchange or of the sink; none where all went well
+};
+
 class HttpClient {
 public:
     using Completion = std::function<void(const HttpResponse &)>;
+    using DownloadCompletion = std::function<void(const HttpDownload &)>;
+    /// Bytes that have arrived and bytes that will in all; -1 where the server does not tell.
+    using DownloadProgress = std::function<void(qint64 received, qint64 total)>;
 
     HttpClient() = default;
     HttpClient(const HttpClient &) = delete;
@@ -53,9 +79,17 @@ public:
     /// Sends a request. `completion` is called exactly once, later, on the main thread; if
     /// `context` goes away first the request is abandoned and `completion` is not called.
     /// A header value that holds CR, LF or NUL is refused with a transport error. The
-    /// Authorization header is never sent to another host than the request's own.
+    /// Authorization header and the body are never sent to another host than the request's own.
     virtual void send(const HttpRequest &request, const QObject *context,
                       Completion completion) = 0;
+
+    /// Streams the body of a 200 answer into `sink`, in bounded memory; the body of any other
+    /// answer is dropped unread and the sink is not opened. `request.maxResponseBytes` does not
+    /// hold here. `progress` is called on the main thread, some ten times a second at most. When
+    /// `completion` comes (exactly once, later, unless `context` goes away first) the sink is gone.
+    virtual void download(const HttpRequest &request, std::unique_ptr<DownloadSink> sink,
+                          const QObject *context, DownloadProgress progress,
+                          DownloadCompletion completion) = 0;
 };
 
 } // namespace quenda

@@ -1,10 +1,13 @@
 #pragma once
 // An observable value: it tells its observers before each change, and hands them the value of the
 // moment of subscription and each new one. Main thread only. An observer may subscribe, end any
-// subscription or change the value from inside its call.
+// subscription or change the value from inside its call, but not destroy the observable.
 
+#include <deque>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -32,20 +35,29 @@ public:
     const T &value() const { return m_value; }
 
     /// Tells the will-change observers, stores `value`, then hands it to the observers. An equal
-    /// value is announced like any other.
+    /// value is announced like any other. Called by an observer, it stores the value at once and
+    /// hands it on after the present one, so that every observer gets all values in their order.
     void set(T value) {
-        notify(m_willChange, [](const std::function<void()> &observer) { observer(); });
+        for (const auto &weak : living(m_willChange)) {
+            if (const auto observer = weak.lock())
+                (*observer)();
+        }
         m_value = std::move(value);
-        const T announced = m_value; // an observer may change the value again
-        notify(m_observers, [&](const Observer &observer) { observer(announced); });
+        m_rounds.push_back({m_value, living(m_observers)});
+        deliver();
     }
 
     /// Calls `observer` with the present value at once, then with each new one.
     [[nodiscard]] Subscription subscribe(Observer observer) {
         auto entry = std::make_shared<Observer>(std::move(observer));
         m_observers.push_back(entry);
-        const T announced = m_value;
+        const T announced = m_value; // an observer may change the value
+        const bool outermost = !std::exchange(m_delivering, true);
         (*entry)(announced);
+        if (outermost) {
+            m_delivering = false;
+            deliver();
+        }
         return Subscription(entry);
     }
 
@@ -57,19 +69,39 @@ public:
     }
 
 private:
-    template <typename F, typename Call>
-    static void notify(std::vector<std::weak_ptr<F>> &entries, Call call) {
+    template <typename F>
+    using Entries = std::vector<std::weak_ptr<F>>;
+
+    struct Round {
+        T value;
+        Entries<Observer> observers; ///< those who were subscribed when it was set
+    };
+
+    template <typename F>
+    static Entries<F> living(Entries<F> &entries) {
         std::erase_if(entries, [](const std::weak_ptr<F> &entry) { return entry.expired(); });
-        const std::vector<std::weak_ptr<F>> round = entries;
-        for (const std::weak_ptr<F> &weak : round) {
-            if (const std::shared_ptr<F> entry = weak.lock())
-                call(*entry);
+        return entries;
+    }
+
+    void deliver() {
+        if (std::exchange(m_delivering, true))
+            return;
+        while (!m_rounds.empty()) {
+            const Round round = std::move(m_rounds.front());
+            m_rounds.pop_front();
+            for (const auto &weak : round.observers) {
+                if (const auto observer = weak.lock())
+                    (*observer)(round.value);
+            }
         }
+        m_delivering = false;
     }
 
     T m_value;
-    std::vector<std::weak_ptr<Observer>> m_observers;
-    std::vector<std::weak_ptr<std::function<void()>>> m_willChange;
+    Entries<Observer> m_observers;
+    Entries<std::function<void()>> m_willChange;
+    std::deque<Round> m_rounds;
+    bool m_delivering = false;
 };
 
 /// Maps each value with `project` and passes the result on only where it differs from the previous
@@ -77,12 +109,12 @@ private:
 template <typename T, typename Project, typename Sink>
 std::function<void(const T &)> distinct(Project project, Sink sink) {
     using Projected = std::decay_t<decltype(project(std::declval<const T &>()))>;
-    auto previous = std::make_shared<std::unique_ptr<Projected>>();
+    auto previous = std::make_shared<std::optional<Projected>>();
     return [previous, project = std::move(project), sink = std::move(sink)](const T &value) {
-        Projected projected = project(value);
+        const Projected projected = project(value);
         if (*previous && **previous == projected)
             return;
-        *previous = std::make_unique<Projected>(projected);
+        previous->emplace(projected);
         sink(projected);
     };
 }

@@ -38,7 +38,19 @@ public:
     PillPanel *panel() const { return m_panel.get(); }
 
 private:
-    std::unique_ptr<PillPanel> m_panel;
+    PillPanel &builtPanel();
+    void restartClock();
+    void conceal();
+
+    Scheduler &m_scheduler;
+    Workspace &m_workspace;
+    std::unique_ptr<PillPanel> m_panel; ///< built on first use, then kept
+    LevelSource m_levelSource;
+    Scheduler::TimerHandle m_clockTimer;
+    std::chrono::milliseconds m_clockStarted{0};
+    /// The hiding that ends the latest notice. Dropped by whatever is shown or hidden next, so that
+    /// an old notice never takes away a newer picture.
+    Scheduler::TimerHandle m_transientHide;
 };
 
 } // namespace quenda

@@ -11,6 +11,9 @@
 #include <QObject>
 #include <QString>
 
+#include <cstdint>
+#include <deque>
+
 namespace quenda {
 
 class TextInjector : public QObject {
@@ -37,7 +40,18 @@ public:
     Outcome insert(const QString &text);
 
 private:
+    struct Insertion {
+        QString text;
+        bool focused = false;
+    };
+
+    void startNext();
+    void paste(const Insertion &insertion, const PasteboardItems &saved);
+    void restore(std::int64_t mark, const PasteboardItems &saved);
+
     Environment m_env;
+    std::deque<Insertion> m_queue; ///< not yet pasted; the front one's contents are being saved
+    bool m_saving = false;
 };
 
 } // namespace quenda

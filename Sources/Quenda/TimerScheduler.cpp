@@ -46,6 +46,8 @@ std::chrono::milliseconds TimerScheduler::uptime() const {
 }
 
 void TimerScheduler::after(std::chrono::milliseconds delay, const QObject *context, Task task) {
+    if (!context)
+        return; // like one that is gone by then
     if (delay <= std::chrono::milliseconds(0)) {
         QMetaObject::invokeMethod(const_cast<QObject *>(context), std::move(task),
                                   Qt::QueuedConnection);

@@ -124,7 +124,7 @@ void ControllerFixture::dismissAlerts() {
 QString ControllerFixture::pillText() {
     if (!controller->indicator().isVisible())
         return {};
-    return controller->indicator().panel()->labelText();
+    return controller->indicator().panel()->label();
 }
 
 QStringList ControllerFixture::logLines() {

@@ -53,7 +53,11 @@ public:
     void activateProgram() override { ++activations; }
     void resetPermission(const QString &service) override { resets.append(service); }
     void relaunchAfterExit() override { ++relaunches; }
-    void makeFloatingPanel(QWindow *) override { ++floatingPanels; }
+    void makeFloatingPanel(QWindow *, int) override { ++floatingPanels; }
+    bool isCompositing() const override { return compositing; }
+    void setCompositingHandler(std::function<void()> handler) override {
+        compositingChanged = std::move(handler);
+    }
 
     QList<QUrl> opened;
     QStringList panes;
@@ -61,6 +65,8 @@ public:
     int activations = 0;
     int relaunches = 0;
     int floatingPanels = 0;
+    bool compositing = true;
+    std::function<void()> compositingChanged;
 };
 
 class FakeBundle final : public Bundle {
