@@ -128,7 +128,8 @@ void HttpExchange::replyFinished() {
     bytesArrived();
 }
 
-// The manager does not compare what came with what was announced, so we do. An answer in chunks
+// The manager does not always notice an answer that breaks off: we compare with what was announced
+// ourselves. An answer in chunks
 // that breaks off between two of them may pass for a whole one (a race in Qt 6.4); nothing outside
 // the manager can tell. What reads such answers must be able to tell by their contents.
 Failure HttpExchange::replyFailure() const {
