@@ -17,19 +17,21 @@ constexpr float kFullScale = 32767;
 
 constexpr size_t kBlock = 64;
 
-// Scales and clamps a block and truncates it toward zero. A sample of 1 or more scales to full
-// scale or more, so clamping last gives the same as clamping first. The order of the comparisons
-// takes a NaN to full scale. Two plain loops of a fixed length are what compilers turn into vector
-// code already at -O2.
-void encodeBlock(const float (&in)[kBlock], qint16 (&out)[kBlock]) {
+// Scales and clamps a block, truncates it toward zero and writes it to `to`. A sample of 1 or more
+// scales to full scale or more, so clamping last gives the same as clamping first. The order of the
+// comparisons takes a NaN to full scale. Two plain loops of a fixed length are what compilers turn
+// into vector code already at -O2.
+inline void encodeBlock(const float *from, char *to) {
     float clamped[kBlock];
     for (size_t index = 0; index < kBlock; ++index) {
-        const float scaled = in[index] * kFullScale;
+        const float scaled = from[index] * kFullScale;
         const float capped = scaled < kFullScale ? scaled : kFullScale;
         clamped[index] = capped > -kFullScale ? capped : -kFullScale;
     }
+    qint16 encoded[kBlock];
     for (size_t index = 0; index < kBlock; ++index)
-        out[index] = qToLittleEndian(qint16(qint32(clamped[index])));
+        encoded[index] = qToLittleEndian(qint16(qint32(clamped[index])));
+    std::memcpy(to, encoded, sizeof encoded);
 }
 
 class FieldWriter {
@@ -72,15 +74,20 @@ QByteArray AudioRecorder::wavData(std::span<const float> samples) {
     header.tag("data");
     header.number<quint32>(dataBytes);
 
+    const float *from = samples.data();
     char *to = wav.data() + kHeaderBytes;
-    for (size_t start = 0; start < samples.size(); start += kBlock) {
-        const size_t count = std::min(kBlock, samples.size() - start);
-        float in[kBlock] = {};
-        qint16 out[kBlock];
-        std::memcpy(in, samples.data() + start, count * sizeof(float));
-        encodeBlock(in, out);
-        std::memcpy(to, out, count * sizeof(qint16));
-        to += count * sizeof(qint16);
+    size_t left = samples.size();
+    for (; left >= kBlock; left -= kBlock) {
+        encodeBlock(from, to);
+        from += kBlock;
+        to += kBlock * sizeof(qint16);
+    }
+    if (left > 0) {
+        float padded[kBlock] = {};
+        char encoded[kBlock * sizeof(qint16)];
+        std::copy_n(from, left, padded);
+        encodeBlock(padded, encoded);
+        std::memcpy(to, encoded, left * sizeof(qint16));
     }
     return wav;
 }
