@@ -263,8 +263,11 @@ void PillPanel::paintEvent(QPaintEvent *event) {
     const QRect dirty = event->rect();
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
-    if (rect().adjusted(cornerRadius, 2, -cornerRadius, -2).contains(dirty))
-        painter.fillRect(dirty, palette::cardBackground);
+    // More than is dirty is filled: where a device pixel is cut by its edge, all of that pixel was
+    // cleared.
+    const QRect plain = rect().adjusted(cornerRadius, 2, -cornerRadius, -2);
+    if (plain.contains(dirty))
+        painter.fillRect(plain, palette::cardBackground);
     else
         drawCard(painter);
     if (m_dotVisible && dirty.intersects(kDot))
