@@ -21,8 +21,8 @@ struct Folders;
 
 struct Platform {
     std::unique_ptr<KeyTapFactory> keyTaps;
-    std::unique_ptr<KeyPoster> keyPoster;
     std::unique_ptr<Pasteboard> pasteboard;
+    std::unique_ptr<KeyPoster> keyPoster; ///< may use the pasteboard: destroyed before it
     std::unique_ptr<Accessibility> accessibility;
     std::unique_ptr<MicrophonePermission> microphonePermission;
     std::unique_ptr<AudioInput> audioInput;

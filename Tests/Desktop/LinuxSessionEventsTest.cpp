@@ -1,7 +1,9 @@
 // Signals and the wake-up of the machine, with a bus of one's own in place of the system's. Run it
-// by Tests/Desktop/with-x-server.
+// by with-x-server.
 
 #include "Platform/Linux/LinuxSessionEvents.h"
+
+#include "Platform/Linux/LogindListener.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -167,6 +169,39 @@ TEST(LinuxSessionEventsTest, WithoutABusItNeitherWaitsNorComplains) {
     session.setWakeHandler([] {});
     EXPECT_LT(timer.elapsed(), 50);
     pass(700);
+}
+
+TEST(LinuxSessionEventsTest, ABusThatHangsIsLeftAlone) {
+    QProcess bus;
+    bus.start(QStringLiteral("dbus-daemon"),
+              {QStringLiteral("--session"), QStringLiteral("--nofork"),
+               QStringLiteral("--print-address=1")});
+    ASSERT_TRUE(bus.waitForReadyRead(5000));
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", bus.readAllStandardOutput().trimmed());
+    kill(pid_t(bus.processId()), SIGSTOP);
+    LinuxSessionEvents session;
+    session.setWakeHandler([] {});
+    pass(1000);
+    // Qt's bus thread serves all connections of the program, one after the other; the end of the
+    // program waits for it as well. Were it busy with the bus that hangs, this would never return.
+    Logind other(QStringLiteral("other"));
+    EXPECT_TRUE(other.prepareForSleep(false));
+    bus.kill();
+    bus.waitForFinished(5000);
+}
+
+TEST(BusSocketTest, IsFoundInTheAddress) {
+    bool abstract = true;
+    EXPECT_EQ(busSocket("unix:path=/run/bus", abstract), QStringLiteral("/run/bus"));
+    EXPECT_FALSE(abstract);
+    EXPECT_EQ(busSocket("unix:abstract=/tmp/dbus-x,guid=01", abstract),
+              QStringLiteral("/tmp/dbus-x"));
+    EXPECT_TRUE(abstract);
+    EXPECT_EQ(busSocket("tcp:host=h,port=1;unix:guid=0,path=/a%20b", abstract),
+              QStringLiteral("/a b"));
+    EXPECT_FALSE(abstract);
+    for (const auto *none : {"", "unix:", "unix:path", "tcp:host=h", ";;", "unix:=/x"})
+        EXPECT_EQ(busSocket(none, abstract), QString()) << none;
 }
 
 } // namespace

@@ -234,7 +234,7 @@ TEST_F(LinuxProcessRunnerTest, aChildStartsWithDefaultSignalsAndAnEmptyMask) {
                  {QStringLiteral("^Sig[BI]"), QStringLiteral("/proc/self/status")});
     ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     for (const int number : {SIGTERM, SIGINT})
-        ::signal(number, SIG_DFL); // Qt and the test framework want SIGPIPE ignored
+        ::signal(number, SIG_DFL); // SIGPIPE stays ignored: so Qt wants it
 
     const QRegularExpressionMatch match =
         QRegularExpression(QStringLiteral("SigBlk:\\s*(\\w+)\\nSigIgn:\\s*(\\w+)\\n"))

@@ -10,14 +10,39 @@
 #include "Platform/Linux/PulseAudioInput.h"
 #include "Platform/Linux/PulseConnection.h"
 #include "Platform/Linux/PulseMicrophonePermission.h"
+#include "Platform/Linux/SyntheticKeys.h"
 #include "Platform/Linux/X11Accessibility.h"
 #include "Platform/Linux/X11KeyPoster.h"
 #include "Platform/Linux/X11KeyTap.h"
 #include "Platform/Linux/X11Pasteboard.h"
 #include "Platform/Platform.h"
 
+#include <memory>
+
 namespace quenda {
 
 void prepareApplication() {}
+
+Platform createPlatform() {
+    const auto sound = std::make_shared<PulseConnection>();
+    const auto synthetic = std::make_shared<SyntheticKeys>();
+    auto pasteboard = std::make_unique<X11Pasteboard>();
+
+    Platform platform;
+    platform.keyTaps = std::make_unique<X11KeyTapFactory>(synthetic);
+    platform.keyPoster = std::make_unique<X11KeyPoster>(synthetic, pasteboard.get());
+    platform.pasteboard = std::move(pasteboard);
+    platform.accessibility = std::make_unique<X11Accessibility>();
+    platform.microphonePermission = std::make_unique<PulseMicrophonePermission>(sound);
+    platform.audioInput = std::make_unique<PulseAudioInput>(sound);
+    platform.processes = std::make_unique<LinuxProcessRunner>();
+    platform.sounds = std::make_unique<LinuxSounds>(sound);
+    platform.sessionEvents = std::make_unique<LinuxSessionEvents>();
+    platform.statusTray = std::make_unique<LinuxStatusTray>();
+    platform.loginItem = std::make_unique<LinuxLoginItem>();
+    platform.workspace = std::make_unique<LinuxWorkspace>();
+    platform.bundle = std::make_unique<LinuxBundle>();
+    return platform;
+}
 
 } // namespace quenda

@@ -231,9 +231,11 @@ public:
     void relaunchAfterExit() override {
         mac::runDetached("/bin/sh", {"-c", mac::relaunchCommand(mac::bundlePath())});
     }
-    void makeFloatingPanel(QWindow *window) override {
+    void makeFloatingPanel(QWindow *window, int) override {
         mac::makeFloatingPanel(reinterpret_cast<void *>(window->winId()));
     }
+    bool isCompositing() const override { return true; }
+    void setCompositingHandler(std::function<void()>) override {}
 };
 
 QPixmap systemSymbol(const QString &name, const QColor &color, int size, qreal ratio) {

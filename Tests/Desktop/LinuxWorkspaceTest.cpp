@@ -1,0 +1,122 @@
+// What the program starts on the desktop, with programs of the test's own in their places.
+
+#include "Platform/Linux/LinuxWorkspace.h"
+
+#include "Fakes/TestMain.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+namespace quenda {
+namespace {
+
+bool waitForFile(const QString &path) {
+    QElapsedTimer waited;
+    waited.start();
+    while (!QFile::exists(path) || QFile(path).size() == 0) {
+        if (waited.elapsed() > 5000)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 20);
+    }
+    return true;
+}
+
+QString contents(const QString &path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()).trimmed() : QString();
+}
+
+struct LinuxWorkspaceTest : testing::Test {
+    QDir programs{fakes::testHome() + QStringLiteral("/programs")};
+    QString said = fakes::testHome() + QStringLiteral("/said");
+    QByteArray pathBefore = qgetenv("PATH");
+
+    LinuxWorkspaceTest() {
+        programs.mkpath(QStringLiteral("."));
+        qputenv("PATH", programs.path().toLocal8Bit());
+        qputenv("XDG_CURRENT_DESKTOP", "Nowhere");
+    }
+    ~LinuxWorkspaceTest() override { qputenv("PATH", pathBefore); }
+
+    // A program that says its name and arguments.
+    void install(const QString &name) {
+        QFile file(programs.filePath(name));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write("#!/bin/sh\necho " + name.toUtf8() + " \"$@\" > '" + said.toUtf8() + "'\n");
+        file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+};
+
+TEST_F(LinuxWorkspaceTest, noDesktopHasAPlaceForAccessibility) {
+    install(QStringLiteral("pavucontrol"));
+    LinuxWorkspace workspace;
+    EXPECT_FALSE(workspace.openPrivacyPane(QStringLiteral("Privacy_Accessibility")));
+    EXPECT_FALSE(workspace.openPrivacyPane(QStringLiteral("Privacy_microphone")));
+    EXPECT_FALSE(QFile::exists(said));
+}
+
+TEST_F(LinuxWorkspaceTest, withoutSoundSettingsNothingOpens) {
+    LinuxWorkspace workspace;
+    EXPECT_FALSE(workspace.openPrivacyPane(QStringLiteral("Privacy_Microphone")));
+}
+
+TEST_F(LinuxWorkspaceTest, opensTheMixerThatIsInstalled) {
+    install(QStringLiteral("pavucontrol"));
+    install(QStringLiteral("gnome-control-center")); // refuses to run outside its desktop
+    LinuxWorkspace workspace;
+    EXPECT_TRUE(workspace.openPrivacyPane(QStringLiteral("Privacy_Microphone")));
+    ASSERT_TRUE(waitForFile(said));
+    EXPECT_EQ(contents(said), QStringLiteral("pavucontrol"));
+}
+
+TEST_F(LinuxWorkspaceTest, opensTheDesktopsOwnSoundSettings) {
+    qputenv("XDG_CURRENT_DESKTOP", "ubuntu:GNOME");
+    install(QStringLiteral("pavucontrol"));
+    install(QStringLiteral("gnome-control-center"));
+    LinuxWorkspace workspace;
+    EXPECT_TRUE(workspace.openPrivacyPane(QStringLiteral("Privacy_Microphone")));
+    ASSERT_TRUE(waitForFile(said));
+    EXPECT_EQ(contents(said), QStringLiteral("gnome-control-center sound"));
+}
+
+TEST_F(LinuxWorkspaceTest, opensWebPagesAndFilesAndNothingElse) {
+    install(QStringLiteral("xdg-open"));
+    LinuxWorkspace workspace;
+    EXPECT_FALSE(workspace.open(QUrl()));
+    EXPECT_FALSE(workspace.open(QUrl(QStringLiteral("javascript:alert(1)"))));
+    EXPECT_FALSE(workspace.open(QUrl(QStringLiteral("ssh://somewhere/"))));
+    EXPECT_FALSE(workspace.open(QUrl(QStringLiteral("no-scheme"))));
+    EXPECT_FALSE(QFile::exists(said));
+    EXPECT_TRUE(workspace.open(QUrl(QStringLiteral("https://example.org/a?b=c"))));
+    ASSERT_TRUE(waitForFile(said));
+    EXPECT_EQ(contents(said), QStringLiteral("xdg-open https://example.org/a?b=c"));
+}
+
+TEST_F(LinuxWorkspaceTest, startsAgainAfterAPauseInASessionOfItsOwn) {
+    // The shell must not read the path as a command.
+    const QString program = programs.filePath(QStringLiteral("a $(touch harm) \"quoted' program"));
+    QFile file(program);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("#!/bin/sh\n/bin/ps -o sid= -p $$ > '" + said.toUtf8() + "'\n");
+    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    file.close();
+    qputenv("PATH", pathBefore); // the pause is a program
+    LinuxWorkspace workspace(program);
+    QElapsedTimer waited;
+    waited.start();
+    workspace.relaunchAfterExit();
+    EXPECT_LT(waited.elapsed(), 500) << "the program must be able to end meanwhile";
+    ASSERT_TRUE(waitForFile(said));
+    EXPECT_GE(waited.elapsed(), 700);
+    EXPECT_NE(contents(said).toInt(), 0);
+    EXPECT_NE(contents(said).toInt(), int(getsid(0)));
+    EXPECT_FALSE(QFile::exists(QStringLiteral("harm")));
+}
+
+} // namespace
+} // namespace quenda
