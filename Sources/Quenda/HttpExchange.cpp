@@ -12,7 +12,7 @@
 namespace quenda {
 
 namespace {
-constexpr qint64 kPiece = 256 * 1024; // bytes handed on at once
+constexpr qint64 kPiece = 64 * 1024; // bytes handed on at once
 } // namespace
 
 HttpExchange::HttpExchange(HttpConnector &connector, HttpRequest request,
