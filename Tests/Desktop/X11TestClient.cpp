@@ -114,6 +114,17 @@ std::uint32_t X11TestClient::openWindow(const QByteArray &instance, const QByteA
     xcb_change_property(connection, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_CLASS,
                         XCB_ATOM_STRING, 8, std::uint32_t(names.size()), names.constData());
     xcb_map_window(connection, window);
+    // As a taskbar asks for it: a manager may otherwise leave the focus where the user last was.
+    constexpr std::uint32_t kFromPager = 2;
+    xcb_client_message_event_t activate{};
+    activate.response_type = XCB_CLIENT_MESSAGE;
+    activate.format = 32;
+    activate.window = window;
+    activate.type = m_connection->atom("_NET_ACTIVE_WINDOW");
+    activate.data.data32[0] = kFromPager;
+    xcb_send_event(connection, 0, m_connection->root(),
+                   XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                   reinterpret_cast<const char *>(&activate));
     m_connection->sync();
     EXPECT_TRUE(waitUntil([this, window] {
         const XcbOwned<xcb_get_input_focus_reply_t> focus(xcb_get_input_focus_reply(
