@@ -10,7 +10,7 @@
 namespace quenda {
 
 namespace {
-constexpr qint64 kMaxWaiting = 1024 * 1024; // bytes
+constexpr qint64 kMaxWaiting = 512 * 1024; // bytes
 constexpr std::chrono::milliseconds kPatience(1000);
 } // namespace
 

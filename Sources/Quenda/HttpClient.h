@@ -31,6 +31,9 @@ struct HttpRequest {
     QList<QPair<QByteArray, QByteArray>> headers;
     QByteArray body;                          ///< sent with its Content-Length
     std::chrono::milliseconds timeout{60000}; ///< longest time without any byte sent or received
+    /// Longest time for the whole exchange, however slowly it goes on; downloads have no such
+    /// bound.
+    std::chrono::milliseconds longest{600000};
     Route route = Route::SystemProxy;
     qint64 maxResponseBytes = 16 * 1024 * 1024; ///< a longer answer is a transport error
 };
@@ -84,9 +87,10 @@ public:
                       Completion completion) = 0;
 
     /// Streams the body of a 200 answer into `sink`, in bounded memory; the body of any other
-    /// answer is dropped unread and the sink is not opened. `request.maxResponseBytes` does not
-    /// hold here. `progress` is called on the main thread, some ten times a second at most. When
-    /// `completion` comes (exactly once, later, unless `context` goes away first) the sink is gone.
+    /// answer is dropped unread and the sink is not opened. `maxResponseBytes` and `longest` of the
+    /// request do not hold here. `progress` is called on the main thread, some ten times a second
+    /// at most. When `completion` comes (exactly once, later, unless `context` goes away first) the
+    /// sink is gone.
     virtual void download(const HttpRequest &request, std::unique_ptr<DownloadSink> sink,
                           const QObject *context, DownloadProgress progress,
                           DownloadCompletion completion) = 0;

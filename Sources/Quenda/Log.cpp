@@ -17,6 +17,7 @@
 #include <filesystem>
 #include <limits>
 #include <memory>
+#include <mutex>
 #include <string_view>
 #include <system_error>
 
@@ -112,6 +113,8 @@ std::string_view timestamp() {
 
     const qint64 second = floor<seconds>(system_clock::now()).time_since_epoch().count();
     if (second != formattedSecond) {
+        static std::mutex zone; // the system may read its zone anew: one thread at a time
+        const std::lock_guard lock(zone);
         const QDateTime local = QDateTime::fromSecsSinceEpoch(second);
         const QDate date = local.date();
         const QTime time = local.time();

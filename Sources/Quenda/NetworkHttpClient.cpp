@@ -39,9 +39,11 @@ void NetworkHttpClient::send(const HttpRequest &request, const QObject *context,
 void NetworkHttpClient::download(const HttpRequest &request, std::unique_ptr<DownloadSink> sink,
                                  const QObject *context, DownloadProgress progress,
                                  DownloadCompletion completion) {
+    HttpRequest unbounded = request;
+    unbounded.longest = std::chrono::hours(24 * 365);
     auto body = std::make_unique<SinkBody>(std::move(sink), std::move(progress));
     auto *exchange = new HttpExchange(
-        connector(), request, std::move(body), context,
+        connector(), unbounded, std::move(body), context,
         [completion = std::move(completion)](const HttpResponse &response) {
             completion({response.status, response.transportError});
         },

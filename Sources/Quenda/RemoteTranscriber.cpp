@@ -120,9 +120,9 @@ void RemoteTranscriber::transcribe(const std::vector<float> &samples, const Conf
     HttpRequest request;
     request.url = url;
     request.method = "POST";
+    request.body = requestBody(body, samples, config);
     request.headers = {{"Authorization", "Bearer " + key.toLatin1()},
                        {"Content-Type", body.contentType()}};
-    request.body = requestBody(body, samples, config);
     request.timeout = std::chrono::seconds(60);
     http.send(request, context,
               [service, completion = std::move(completion)](const HttpResponse &response) {

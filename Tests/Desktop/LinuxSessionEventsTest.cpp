@@ -1,5 +1,5 @@
 // Signals and the wake-up of the machine, with a bus of one's own in place of the system's. Run it
-// by Tests/Desktop/with-x-server.
+// by with-x-server.
 
 #include "Platform/Linux/LinuxSessionEvents.h"
 

@@ -1,4 +1,4 @@
-// Trust and focus on a real X server. Run it by Tests/Desktop/with-x-server.
+// Trust and focus on a real X server. Run it by with-x-server --start openbox.
 
 #include "Platform/Linux/X11Accessibility.h"
 

@@ -1,4 +1,4 @@
-// The paste keystroke on a real X server. Run it by Tests/Desktop/with-x-server.
+// The paste keystroke on a real X server. Run it by with-x-server --start openbox.
 
 #include "Platform/Linux/X11KeyPoster.h"
 

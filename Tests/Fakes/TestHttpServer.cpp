@@ -96,6 +96,19 @@ void TestHttpServer::sendEndlessly(QTcpSocket &client) {
     more();
 }
 
+void TestHttpServer::sendSlowly(QTcpSocket &client, const QByteArray &bytes, qsizetype piece,
+                                std::chrono::milliseconds interval) {
+    auto *timer = new QTimer(&client);
+    QObject::connect(timer, &QTimer::timeout, &client,
+                     [&client, timer, bytes, piece, at = qsizetype(0)]() mutable {
+                         client.write(bytes.mid(at, piece));
+                         at += piece;
+                         if (at >= bytes.size())
+                             timer->stop();
+                     });
+    timer->start(interval);
+}
+
 int TestHttpServer::openConnections() const {
     return int(m_unread.size());
 }

@@ -13,7 +13,7 @@
 
 #include <chrono>
 #include <functional>
-#include <memory>
+#include <optional>
 #include <vector>
 
 namespace quenda::fakes {
@@ -51,6 +51,10 @@ public:
     void answer(int status, const QByteArray &body = {}, const QByteArray &extraHeaders = {});
     /// Sends zeros, as fast as they are taken, until the client goes away.
     static void sendEndlessly(QTcpSocket &client);
+
+    /// Sends `bytes` in pieces, one every `interval`.
+    static void sendSlowly(QTcpSocket &client, const QByteArray &bytes, qsizetype piece,
+                           std::chrono::milliseconds interval);
 
     static QByteArray response(int status, const QByteArray &body = {},
                                const QByteArray &extraHeaders = {});

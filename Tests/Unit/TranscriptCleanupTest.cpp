@@ -385,9 +385,8 @@ TEST(TranscriptTime, growsWithTheLengthOnly) {
                             QStringLiteral("."),
                             QStringLiteral("plain text of a dictation, um, and so on. ")};
     for (const QString &unit : units) {
-        for (const QString &start :
-             {QString(), QStringLiteral(","), QStringLiteral("h"), QStringLiteral(", h")}) {
-            const QString text = start + unit.repeated(500000 / unit.size());
+        for (const QString &start : {QString(), QStringLiteral(", h")}) {
+            const QString text = start + unit.repeated(300000 / unit.size());
             QElapsedTimer timer;
             timer.start();
             clean(text);

@@ -173,6 +173,18 @@ TEST_F(WhisperEngineLifeTest, unloadsAfterMoreThanTheIdleTime) {
     EXPECT_EQ(processes.children.size(), 2u);
 }
 
+TEST_F(WhisperEngineLifeTest, theTimeOfLoadingIsNotIdleTime) {
+    store->update([](Config &config) { config.idleUnloadMinutes = 1; });
+    engine->start();
+    scheduler.advance(90s);
+    http.answer(200);
+    ASSERT_EQ(engine->state().kind, Kind::ready);
+    scheduler.advance(30s); // a check: two minutes after the start, half a one after the loading
+    EXPECT_EQ(engine->state().kind, Kind::ready);
+    scheduler.advance(60s);
+    EXPECT_EQ(engine->state().kind, Kind::idle);
+}
+
 TEST_F(WhisperEngineLifeTest, exactlyTheIdleTimeIsNotYetMore) {
     store->update([](Config &config) { config.idleUnloadMinutes = 1; });
     startUntilReady();
