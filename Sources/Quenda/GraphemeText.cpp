@@ -13,15 +13,58 @@ struct Boundary {
     qsizetype position = 0; // in UTF-16 units
 };
 
-Boundary advance(const QString &text, qsizetype atMost) {
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
-    Boundary boundary;
-    while (boundary.graphemes < atMost) {
-        const qsizetype next = finder.toNextBoundary();
-        if (next < 0)
+enum class Kind { Emoji, Other, Continues };
+
+// Emoji belong to no script, and the boundary finder gives such characters the script of what
+// stands before them; after Hindi or Thai it then takes every unit of an emoji for a character.
+Kind kindOf(char32_t c) {
+    switch (QChar::category(c)) {
+    case QChar::Mark_NonSpacing:
+    case QChar::Mark_SpacingCombining:
+    case QChar::Mark_Enclosing:
+    case QChar::Other_Format:
+    case QChar::Symbol_Modifier:
+        return Kind::Continues;
+    case QChar::Symbol_Other:
+        return QChar::script(c) == QChar::Script_Common ? Kind::Emoji : Kind::Other;
+    default:
+        return Kind::Other;
+    }
+}
+
+// Where the run that begins at `start`, of emoji alone or without any, ends.
+qsizetype runEnd(const QString &text, qsizetype start) {
+    Kind run = Kind::Continues;
+    qsizetype position = start;
+    while (position < text.size()) {
+        const bool isPair = text.at(position).isHighSurrogate() && position + 1 < text.size() &&
+                            text.at(position + 1).isLowSurrogate();
+        const char32_t c = isPair ? QChar::surrogateToUcs4(text.at(position), text.at(position + 1))
+                                  : text.at(position).unicode();
+        const Kind kind = kindOf(c);
+        if (kind != Kind::Continues && run != Kind::Continues && kind != run)
             break;
-        ++boundary.graphemes;
-        boundary.position = next;
+        if (kind != Kind::Continues)
+            run = kind;
+        position += isPair ? 2 : 1;
+    }
+    return position;
+}
+
+Boundary advance(const QString &text, qsizetype atMost) {
+    Boundary boundary;
+    for (qsizetype start = 0; start < text.size() && boundary.graphemes < atMost;) {
+        const qsizetype end = runEnd(text, start);
+        QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme,
+                                   QStringView(text).mid(start, end - start));
+        while (boundary.graphemes < atMost) {
+            const qsizetype next = finder.toNextBoundary();
+            if (next < 0)
+                break;
+            ++boundary.graphemes;
+            boundary.position = start + next;
+        }
+        start = end;
     }
     return boundary;
 }

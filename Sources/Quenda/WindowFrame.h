@@ -10,8 +10,8 @@ class QWidget;
 namespace quenda {
 
 /// Makes `window` a top-level window that closing only hides. `content`: its size in
-/// device-independent pixels, at most what the screen has room for; an empty one follows the
-/// content's layout.
+/// device-independent pixels, at most what the screen has room for; an empty one keeps
+/// the window's fixed width and follows the height of its layout.
 void frameWindow(QWidget &window, const QString &title, QSize content = {});
 
 /// Shows the window, or brings it back to the front, as the active one.

@@ -53,7 +53,7 @@ TEST_F(StatusMenu, HasFifteenEntriesInTheirOrder) {
         EXPECT_EQ(entry(number)->text(), expected) << number;
         EXPECT_EQ(entry(number)->isVisible(), number > 2) << number;
         const bool informs = number == 3 || number == 5 || number == 6;
-        if (!expected.isEmpty()) {
+        if (!expected.isEmpty() && number > 2) { // a hidden entry answers as disabled
             EXPECT_EQ(entry(number)->isEnabled(), !informs) << number;
         }
     }
