@@ -2,7 +2,7 @@
 // nothing else takes from its creation, on a connection that stands, to its first sample.
 //   bare-pulse-record [RUNS] [MILLISECONDS]
 // Prints one time in milliseconds a line, for RUNS (20) streams on the default source, each asked
-// for fragments of MILLISECONDS (20). Exits with 1 where the server fails.
+// for fragments of MILLISECONDS (10). Exits with 1 where the server fails.
 
 #include <pulse/pulseaudio.h>
 
@@ -61,7 +61,7 @@ double timeToFirstSample(pa_mainloop *loop, pa_context *context, unsigned fragme
 
 int main(int argc, char **argv) {
     const int runs = argc > 1 ? std::atoi(argv[1]) : 20;
-    const unsigned fragment = argc > 2 ? unsigned(std::atoi(argv[2])) : 20;
+    const unsigned fragment = argc > 2 ? unsigned(std::atoi(argv[2])) : 10;
     pa_mainloop *const loop = pa_mainloop_new();
     pa_context *const context = pa_context_new(pa_mainloop_get_api(loop), "bare-pulse-record");
     if (pa_context_connect(context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0 ||

@@ -34,8 +34,8 @@ AppDelegate::AppDelegate(Environment environment, QObject *parent)
     m_indicator = std::make_unique<RecordingIndicator>(m_env.scheduler, *platform.workspace);
     m_updateChecker = std::make_unique<UpdateChecker>(
         UpdateChecker::Environment{m_env.http, m_env.scheduler, m_env.defaults, *platform.bundle});
-    m_fixer = std::make_unique<PermissionFixer>(PermissionFixer::Environment{
-        platform, m_env.scheduler, m_env.defaults, m_env.terminate});
+    m_fixer = std::make_unique<PermissionFixer>(
+        PermissionFixer::Environment{platform, m_env.scheduler, m_env.defaults, m_env.terminate});
     m_injector = std::make_unique<TextInjector>(TextInjector::Environment{
         *platform.pasteboard, *platform.keyPoster, *platform.accessibility, m_env.scheduler});
 }

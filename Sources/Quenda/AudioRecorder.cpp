@@ -1,6 +1,7 @@
 #include "Quenda/AudioRecorder.h"
 
 #include "Quenda/Resampler.h"
+#include "Quenda/Trace.h"
 
 #include <QPointer>
 
@@ -46,6 +47,7 @@ Failure AudioRecorder::start() {
         m_samples.reserve(kUsualSamples);
     }
     m_sessionPeak.store(0, std::memory_order_relaxed);
+    m_isFirstBuffer = true;
 
     const AudioFormat format = m_input.nativeFormat();
     if (!(format.sampleRate > 0))
@@ -100,6 +102,8 @@ void AudioRecorder::process(const AudioBuffer &buffer) {
     // A buffer of another rate than the converter was made for cannot be converted.
     if (buffer.format.channels < 1 || buffer.format.sampleRate != m_converter->sourceRate())
         return;
+    if (std::exchange(m_isFirstBuffer, false))
+        Trace::mark("first-sample");
     try {
         mixDown(buffer);
         const auto chunk = m_converter->convert(m_mono);

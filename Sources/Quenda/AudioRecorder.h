@@ -72,8 +72,9 @@ private:
 
     AudioInput &m_input;
     std::unique_ptr<Resampler> m_converter;
-    std::vector<float> m_mono; ///< scratch of the audio thread
-    std::mutex m_samplesMutex; ///< guards m_samples
+    std::vector<float> m_mono;   ///< scratch of the audio thread
+    bool m_isFirstBuffer = true; ///< the audio thread's while there is a capture
+    std::mutex m_samplesMutex;   ///< guards m_samples
     std::vector<float> m_samples;
     std::unique_ptr<AudioCapture> m_capture;
     std::atomic<float> m_currentLevel{0};

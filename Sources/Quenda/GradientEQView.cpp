@@ -18,15 +18,14 @@ constexpr double kAttack = 0.45;
 constexpr double kRelease = 0.12;
 constexpr double kPhaseStep = 0.22;
 constexpr double kBarDistance = 8.3;
-constexpr double kBarWidth = 4.0;
-constexpr double kBarRadius = 2.0;
+constexpr double kBarWidth = 4.0; // its ends are round: a radius of 2
 constexpr double kLowestBar = 5.0;
 
 double audible(float level) {
     return std::isnan(level) ? 0.0 : std::clamp(double(level), 0.0, 1.0);
 }
 
-using GradientTable = std::array<QColor, 256>;
+using GradientTable = std::array<QRgb, 256>;
 
 // The bars' colours from top to bottom, mixed in sRGB.
 const GradientTable &gradientTable() {
@@ -44,34 +43,47 @@ const GradientTable &gradientTable() {
             const auto mixed = [part](int a, int b) {
                 return int(std::lround(a + (b - a) * part));
             };
-            made[i] = QColor(mixed(from.red(), to.red()), mixed(from.green(), to.green()),
-                             mixed(from.blue(), to.blue()));
+            made[i] = qRgb(mixed(from.red(), to.red()), mixed(from.green(), to.green()),
+                           mixed(from.blue(), to.blue()));
         }
         return made;
     }();
     return table;
 }
 
-// Fills the rounded bar, in the picture's pixels. A pixel at the edge is covered by what its
-// centre's distance from the edge says. Doing this here costs a tenth of eight gradient paths.
-void fillBar(QImage &picture, const QRectF &bar, double radius) {
+// `colour` at `opacity`, 0 to 256, premultiplied.
+QRgb faded(QRgb colour, unsigned opacity) {
+    const unsigned redBlue = ((colour & 0xFF00FF) * opacity >> 8) & 0xFF00FF;
+    const unsigned alphaGreen = ((colour >> 8 & 0xFF00FF) * opacity) & 0xFF00FF00;
+    return alphaGreen | redBlue;
+}
+
+// Fills the bar, whose ends are half circles, in the picture's pixels. How much of a pixel is
+// covered is told by the distance of its centre from the bar's middle line; it is worked out once
+// for all the rows between the round ends.
+void fillBar(QImage &picture, const QRectF &bar) {
+    constexpr int widest = 96; // a device pixel ratio of 20 and more
+    const double radius = bar.width() / 2;
     const double middle = bar.center().x();
-    const double inset = bar.width() / 2 - radius; // 0: the ends are half circles
     const QRect pixels = bar.toAlignedRect().intersected(picture.rect());
+    const int columns = std::min(pixels.width(), widest);
+    const auto covered = [&](int column, double beyond) {
+        const double aside = pixels.left() + column + 0.5 - middle;
+        const double distance = std::sqrt(aside * aside + beyond * beyond);
+        return unsigned(std::clamp(radius + 0.5 - distance, 0.0, 1.0) * 256);
+    };
+    std::array<unsigned, widest> straight;
+    for (int column = 0; column < columns; ++column)
+        straight[std::size_t(column)] = covered(column, 0.0);
     for (int y = pixels.top(); y <= pixels.bottom(); ++y) {
         const double centre = y + 0.5;
-        const double beyond =
-            std::max({bar.top() + radius - centre, centre - (bar.bottom() - radius), 0.0});
+        const double beyond = std::max(bar.top() + radius - centre, centre - bar.bottom() + radius);
         const double part = std::clamp((centre - bar.top()) / bar.height(), 0.0, 1.0);
-        const QColor &colour = gradientTable()[std::size_t(std::lround(part * 255))];
-        auto *line = reinterpret_cast<QRgb *>(picture.scanLine(y));
-        for (int x = pixels.left(); x <= pixels.right(); ++x) {
-            const double aside = std::max(std::abs(x + 0.5 - middle) - inset, 0.0);
-            const double distance = std::sqrt(aside * aside + beyond * beyond);
-            const double covered = std::clamp(radius + 0.5 - distance, 0.0, 1.0);
-            line[x] = qRgba(int(colour.red() * covered), int(colour.green() * covered),
-                            int(colour.blue() * covered), int(255 * covered));
-        }
+        const QRgb colour = gradientTable()[std::size_t(part * 255 + 0.5)];
+        QRgb *line = reinterpret_cast<QRgb *>(picture.scanLine(y)) + pixels.left();
+        for (int column = 0; column < columns; ++column)
+            line[column] =
+                faded(colour, beyond > 0 ? covered(column, beyond) : straight[std::size_t(column)]);
     }
 }
 
@@ -109,7 +121,7 @@ void GradientEQView::draw(QPainter &painter, const QRectF &bounds) {
     m_picture.fill(Qt::transparent);
     for (int index = 0; index < barCount; ++index) {
         const QRectF bar = toDevice.mapRect(barRect(index, bounds));
-        fillBar(m_picture, bar.translated(-place.topLeft()), kBarRadius * toDevice.m11());
+        fillBar(m_picture, bar.translated(-place.topLeft()));
     }
     painter.drawImage(toDevice.inverted().mapRect(QRectF(place)), m_picture);
 }

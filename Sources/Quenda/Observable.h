@@ -51,9 +51,8 @@ public:
     [[nodiscard]] Subscription subscribe(Observer observer) {
         auto entry = std::make_shared<Observer>(std::move(observer));
         m_observers.push_back(entry);
-        const T announced = m_value; // an observer may change the value
         const bool outermost = !std::exchange(m_delivering, true);
-        (*entry)(announced);
+        (*entry)(T(m_value)); // a copy: the observer may change the value
         if (outermost) {
             m_delivering = false;
             deliver();
@@ -71,7 +70,6 @@ public:
 private:
     template <typename F>
     using Entries = std::vector<std::weak_ptr<F>>;
-
     struct Round {
         T value;
         Entries<Observer> observers; ///< those who were subscribed when it was set
@@ -79,7 +77,7 @@ private:
 
     template <typename F>
     static Entries<F> living(Entries<F> &entries) {
-        std::erase_if(entries, [](const std::weak_ptr<F> &entry) { return entry.expired(); });
+        std::erase_if(entries, [](const auto &entry) { return entry.expired(); });
         return entries;
     }
 
@@ -104,8 +102,8 @@ private:
     bool m_delivering = false;
 };
 
-/// Maps each value with `project` and passes the result on only where it differs from the previous
-/// one. The first one always passes.
+/// Maps each value with `project` and passes on the first result and each that differs from the
+/// previous one.
 template <typename T, typename Project, typename Sink>
 std::function<void(const T &)> distinct(Project project, Sink sink) {
     using Projected = std::decay_t<decltype(project(std::declval<const T &>()))>;

@@ -2,7 +2,6 @@
 
 #include "Platform/Desktop.h"
 #include "Quenda/PillPalette.h"
-#include "Quenda/PillText.h"
 #include "Quenda/Symbols.h"
 
 #include <QEasingCurve>
@@ -101,6 +100,7 @@ PillPanel::PillPanel(Scheduler &scheduler, Workspace &workspace)
 void PillPanel::setLabel(const QString &text, bool isNotice) {
     m_label = text;
     m_isNotice = isNotice;
+    m_fittedLabel.reset();
     setAccessibleName(text);
     update();
 }
@@ -114,6 +114,7 @@ void PillPanel::setClock(const QString &text) {
 
 void PillPanel::setClockVisible(bool visible) {
     m_clockVisible = visible;
+    m_fittedLabel.reset();
     update();
 }
 
@@ -196,7 +197,7 @@ void PillPanel::repaintMotion() {
     update(pulses ? around(kMeter).united(around(kDot)) : around(kMeter));
 }
 
-QRectF PillPanel::labelFrame() const {
+QRect PillPanel::labelFrame() const {
     QRect room = kLabel;
     if (m_isNotice)
         room.setRight(kNoticeRight - 1);
@@ -206,8 +207,10 @@ QRectF PillPanel::labelFrame() const {
 }
 
 void PillPanel::changeEvent(QEvent *event) {
-    if (event->type() == QEvent::FontChange)
+    if (event->type() == QEvent::FontChange) {
+        m_fittedLabel.reset();
         update();
+    }
     QWidget::changeEvent(event);
 }
 
@@ -224,32 +227,55 @@ void PillPanel::drawCard(QPainter &painter) const {
                             cornerRadius - 0.5);
 }
 
+void PillPanel::drawDot(QPainter &painter) {
+    const QTransform toDevice = painter.deviceTransform();
+    const QRect place = toDevice.mapRect(QRectF(kDot)).toAlignedRect();
+    if (m_dotPictureColour != m_dotColour || m_dotPictureDevice != toDevice) {
+        m_dotPictureColour = m_dotColour;
+        m_dotPictureDevice = toDevice;
+        m_dotPicture = QImage(place.size(), QImage::Format_ARGB32_Premultiplied);
+        m_dotPicture.fill(Qt::transparent);
+        QPainter picture(&m_dotPicture);
+        picture.setRenderHint(QPainter::Antialiasing);
+        picture.setPen(Qt::NoPen);
+        picture.setBrush(m_dotColour);
+        picture.drawEllipse(toDevice.mapRect(QRectF(kDot)).translated(-place.topLeft()));
+    }
+    painter.setOpacity(dotOpacity());
+    painter.drawImage(toDevice.inverted().mapRect(QRectF(place)), m_dotPicture);
+    painter.setOpacity(1);
+}
+
+void PillPanel::drawLabel(QPainter &painter) {
+    const QRect room = labelFrame();
+    if (!m_fittedLabel) {
+        QFont textFont = font();
+        textFont.setPixelSize(14);
+        textFont.setWeight(QFont::DemiBold);
+        m_fittedLabel = fitText(m_label, textFont, room.width(), m_isNotice ? 2 : 1);
+    }
+    painter.setPen(palette::textPrimary);
+    drawFitted(painter, room, *m_fittedLabel);
+}
+
 // Thirty times a second only the meter and the dot are asked for; the rest is left out then.
 void PillPanel::paintEvent(QPaintEvent *event) {
     const QRect dirty = event->rect();
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
-    if (rect().adjusted(cornerRadius, 2, -cornerRadius, -2).contains(dirty))
-        painter.fillRect(dirty, palette::cardBackground);
+    // More than is dirty is filled: where a device pixel is cut by its edge, all of that pixel was
+    // cleared.
+    const QRect plain = rect().adjusted(cornerRadius, 2, -cornerRadius, -2);
+    if (plain.contains(dirty))
+        painter.fillRect(plain, palette::cardBackground);
     else
         drawCard(painter);
-    if (m_dotVisible && dirty.intersects(kDot)) {
-        QColor colour = m_dotColour;
-        colour.setAlphaF(float(dotOpacity()));
-        painter.setPen(Qt::NoPen);
-        painter.setBrush(colour);
-        painter.drawEllipse(kDot);
-    }
+    if (m_dotVisible && dirty.intersects(kDot))
+        drawDot(painter);
     if (dirty.intersects(kMeter))
         m_meter.draw(painter, kMeter);
-    if (dirty.intersects(labelFrame().toRect())) {
-        QFont textFont = font();
-        textFont.setPixelSize(14);
-        textFont.setWeight(QFont::DemiBold);
-        painter.setPen(palette::textPrimary);
-        const QRectF room = labelFrame();
-        drawFitted(painter, room, fitText(m_label, textFont, room.width(), m_isNotice ? 2 : 1));
-    }
+    if (dirty.intersects(labelFrame()))
+        drawLabel(painter);
     if (m_clockVisible && dirty.intersects(kClock)) {
         QFont clockFont = font();
         clockFont.setPixelSize(13);

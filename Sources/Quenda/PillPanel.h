@@ -5,10 +5,13 @@
 
 #include "Platform/Scheduler.h"
 #include "Quenda/GradientEQView.h"
+#include "Quenda/PillText.h"
 
 #include <QAbstractButton>
 #include <QColor>
+#include <QImage>
 #include <QMetaObject>
+#include <QTransform>
 #include <QWidget>
 
 #include <functional>
@@ -66,8 +69,10 @@ private:
     void followScreen();
     void followArea();
     void repaintMotion();
-    QRectF labelFrame() const;
+    QRect labelFrame() const;
     void drawCard(QPainter &painter) const;
+    void drawDot(QPainter &painter);
+    void drawLabel(QPainter &painter);
 
     Scheduler &m_scheduler;
     Workspace &m_workspace;
@@ -79,6 +84,11 @@ private:
     QString m_clock;
     QColor m_dotColour;
     std::optional<std::chrono::milliseconds> m_pulseStart;
+    /// Kept from paint to paint: the dot is drawn thirty times a second.
+    QImage m_dotPicture;
+    QColor m_dotPictureColour;
+    QTransform m_dotPictureDevice;
+    std::optional<FittedText> m_fittedLabel; ///< unset: to be set anew
     bool m_isNotice = false;
     bool m_clockVisible = true;
     bool m_dotVisible = true;

@@ -1,6 +1,7 @@
 #include "Quenda/TextInjector.h"
 
 #include "Quenda/Log.h"
+#include "Quenda/Trace.h"
 
 #include <QPointer>
 
@@ -54,6 +55,7 @@ void TextInjector::paste(const Insertion &insertion, const PasteboardItems &save
         return;
     const std::int64_t mark = m_env.pasteboard.changeCount();
     m_env.keyPoster.postPaste();
+    Trace::mark("paste");
     if (insertion.focused) {
         m_env.scheduler.after(kRestoreDelay, this, [this, mark, saved] { restore(mark, saved); });
     } else {

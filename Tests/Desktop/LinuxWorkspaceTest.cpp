@@ -8,27 +8,41 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QMessageBox>
+#include <QProcess>
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <functional>
+
 namespace quenda {
 namespace {
 
-bool waitForFile(const QString &path) {
+bool waitUntil(const std::function<bool()> &holds) {
     QElapsedTimer waited;
     waited.start();
-    while (!QFile::exists(path) || QFile(path).size() == 0) {
+    while (!holds()) {
         if (waited.elapsed() > 5000)
             return false;
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 20);
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
     }
     return true;
+}
+
+bool waitForFile(const QString &path) {
+    return waitUntil([&path] { return QFile::exists(path) && QFile(path).size() > 0; });
 }
 
 QString contents(const QString &path) {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()).trimmed() : QString();
+}
+
+void run(const QString &program, const QStringList &arguments) {
+    QProcess process;
+    process.start(program, arguments);
+    EXPECT_TRUE(waitUntil([&] { return process.state() == QProcess::NotRunning; }));
 }
 
 struct LinuxWorkspaceTest : testing::Test {
@@ -95,6 +109,38 @@ TEST_F(LinuxWorkspaceTest, opensWebPagesAndFilesAndNothingElse) {
     EXPECT_TRUE(workspace.open(QUrl(QStringLiteral("https://example.org/a?b=c"))));
     ASSERT_TRUE(waitForFile(said));
     EXPECT_EQ(contents(said), QStringLiteral("xdg-open https://example.org/a?b=c"));
+}
+
+// Another program's window takes the focus from ours; ours come back when asked, even an alert that
+// is shown only after the asking. The pill, which takes no focus, is left out.
+TEST_F(LinuxWorkspaceTest, theProgramComesToTheFront) {
+    qputenv("PATH", pathBefore);
+    LinuxWorkspace workspace;
+    workspace.activateProgram(); // nothing to bring
+    QWidget pill(nullptr, Qt::Tool | Qt::WindowDoesNotAcceptFocus);
+    pill.show();
+    QWidget window;
+    window.show();
+    ASSERT_TRUE(waitUntil([&] { return window.isActiveWindow(); }));
+    QProcess other;
+    other.start(QStringLiteral("xterm"), {});
+    ASSERT_TRUE(other.waitForStarted());
+    ASSERT_TRUE(waitUntil([&] { return !window.isActiveWindow(); }));
+
+    workspace.activateProgram();
+    EXPECT_TRUE(waitUntil([&] { return window.isActiveWindow(); }));
+
+    run(QStringLiteral("xdotool"),
+        {QStringLiteral("search"), QStringLiteral("--class"), QStringLiteral("xterm"),
+         QStringLiteral("windowactivate"), QStringLiteral("--sync")});
+    ASSERT_TRUE(waitUntil([&] { return !window.isActiveWindow(); }));
+    workspace.activateProgram();
+    QMessageBox alert(QMessageBox::Warning, QStringLiteral("Quenda"), QStringLiteral("Alert"));
+    alert.open();
+    EXPECT_TRUE(waitUntil([&] { return alert.isActiveWindow(); }));
+    EXPECT_FALSE(pill.isActiveWindow());
+    other.kill();
+    other.waitForFinished();
 }
 
 TEST_F(LinuxWorkspaceTest, startsAgainAfterAPauseInASessionOfItsOwn) {

@@ -107,9 +107,17 @@ struct PillWindowTest : testing::Test {
     }
 
     PillPanel &panel() { return *indicator.panel(); }
-    QColor seen(const QPoint &inPill) { return server.colourAt(panel().pos() + inPill); }
+    qreal ratio() { return panel().devicePixelRatioF(); }
+    // Where the server has a place in the pill; the centre of a pixel stays in that pixel.
+    QPoint onScreen(const QPointF &inPill) {
+        const QPointF at = (QPointF(panel().pos()) + inPill) * ratio();
+        return {int(at.x()), int(at.y())};
+    }
+    QColor seen(const QPoint &inPill) {
+        return server.colourAt(onScreen(QPointF(inPill) + QPointF(0.5, 0.5)));
+    }
     void click(const QPoint &inPill) {
-        const QPoint at = panel().pos() + inPill;
+        const QPoint at = onScreen(QPointF(inPill) + QPointF(0.5, 0.5));
         xdotool(QStringLiteral("mousemove %1 %2 click 1").arg(at.x()).arg(at.y()));
         settle(150);
     }
@@ -120,6 +128,14 @@ struct PillWindowTest : testing::Test {
             EXPECT_EQ(seen(corner), kGround) << corner.x() << "," << corner.y();
         for (const QPoint &inside : {QPoint(7, 7), QPoint(312, 7), QPoint(7, 48), QPoint(312, 48)})
             EXPECT_EQ(seen(inside), kCard) << inside.x() << "," << inside.y();
+    }
+
+    void expectPlainCard(const QRectF &part) {
+        const QPoint first = onScreen(part.topLeft()) + QPoint(1, 1);
+        const QPoint last = onScreen(part.bottomRight()) - QPoint(1, 1);
+        for (int y = first.y(); y <= last.y(); ++y)
+            for (int x = first.x(); x <= last.x(); ++x)
+                ASSERT_EQ(server.colourAt({x, y}), kCard) << x << "," << y;
     }
 
     void keepPicture(const char *name) {
@@ -240,15 +256,29 @@ TEST_F(PillWindowTest, cornersStayRoundWhenACompositorComesAndGoes) {
 
 TEST_F(PillWindowTest, followsTheFreePartOfTheScreen) {
     record();
+    const QRect screen = QGuiApplication::primaryScreen()->geometry();
     const QPoint before = panel().pos();
-    const int bottom = QGuiApplication::primaryScreen()->availableGeometry().bottom() + 1;
-    EXPECT_EQ(before, QPoint(480, bottom - 60 - 56));
+    EXPECT_EQ(before, PillPanel::placeIn(QGuiApplication::primaryScreen()->availableGeometry()));
     if (!server.hasWindowManager())
         return; // nobody keeps parts of the screen free
-    server.reserveBottom(90);
-    EXPECT_TRUE(waitUntil([&] { return panel().pos() == QPoint(480, 800 - 90 - 60 - 56); }))
-        << panel().pos().y();
+    server.reserveBottom(int(90 * ratio()));
+    EXPECT_TRUE(waitUntil([&] {
+        return panel().pos() == PillPanel::placeIn(screen.adjusted(0, 0, 0, -90));
+    })) << panel().pos().y();
     EXPECT_TRUE(waitUntil([this] { return seen(kPlainCard) == kCard; }));
+}
+
+// Where parts were repainted alone, many times, the card around them is untouched.
+TEST_F(PillWindowTest, repaintingPartsLeavesNoSeams) {
+    record();
+    settle(2200); // the clock too was repainted
+    expectPlainCard({16, 4, 288, 7});
+    expectPlainCard({16, 45, 288, 7});
+    expectPlainCard({16, 11, 3.4, 34});
+    expectPlainCard({30.4, 11, 13, 34});
+    expectPlainCard({106.4, 11, 10.5, 34});
+    expectPlainCard({278.2, 11, 7, 34});
+    keepPicture("pill-seams.png");
 }
 
 TEST_F(PillWindowTest, theMeterMovesOnTheScreenAndRestsWhenHidden) {

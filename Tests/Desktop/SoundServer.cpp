@@ -33,11 +33,11 @@ void SoundServer::start() {
                       QStringLiteral("--load=module-cli-protocol-unix")});
     ASSERT_TRUE(m_process->waitForStarted());
     for (int attempt = 0; attempt < 100; ++attempt) {
-        if (QProcess::execute(
-                QStringLiteral("sh"),
-                {QStringLiteral("-c"), QStringLiteral("pactl info >/dev/null 2>&1 "
-                                                      "|| { sleep 0.05; false; }")}) == 0)
+        QProcess pactl;
+        pactl.start(QStringLiteral("pactl"), {QStringLiteral("info")});
+        if (pactl.waitForFinished(5000) && pactl.exitCode() == 0)
             return;
+        QThread::msleep(20);
     }
     FAIL() << "the sound server does not answer";
 }

@@ -324,5 +324,20 @@ TEST_F(X11PasteboardTest, AClipboardManagerThatHangsDelaysTheEndLittle) {
     EXPECT_LT(timer.elapsed(), 480);
 }
 
+TEST_F(X11PasteboardTest, WithoutAServerEverythingIsRefused) {
+    X11Pasteboard nowhere(":77");
+    const auto count = nowhere.changeCount();
+    EXPECT_FALSE(nowhere.setString(kLatin));
+    EXPECT_FALSE(nowhere.writeItems(item({{"text/html", "x"}})));
+    EXPECT_FALSE(nowhere.mirrorClipboardText());
+    nowhere.clear();
+    nowhere.prepareToRead();
+    std::optional<PasteboardItems> items;
+    nowhere.readItems([&](PasteboardItems read) { items = std::move(read); });
+    ASSERT_TRUE(waitUntil([&] { return items.has_value(); }));
+    EXPECT_TRUE(items->empty());
+    EXPECT_EQ(nowhere.changeCount(), count);
+}
+
 } // namespace
 } // namespace quenda::tests

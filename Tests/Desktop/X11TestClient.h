@@ -67,6 +67,7 @@ public:
     X11Connection &connection() { return *m_connection; }
 
 private:
+    void askForFocus(std::uint32_t window);
     void fake(int type, int keyCode, int device);
 
     std::unique_ptr<X11Connection> m_connection;

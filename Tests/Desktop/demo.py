@@ -44,7 +44,7 @@ def run(options: argparse.Namespace) -> Dictation:
     if shots:
         shots.mkdir(parents=True, exist_ok=True)
 
-    with VirtualDesktop(panel=True, compositor=True) as desktop:
+    with VirtualDesktop(panel=True) as desktop:
         def shoot(name: str, after: float = 0.0) -> None:
             if shots:
                 time.sleep(after)

@@ -84,7 +84,7 @@ class VirtualDesktop:
                    "the window manager")
         self.run("xsetroot", "-solid", "#3f5873")
         if self._wants_compositor:
-            self.start(["xcompmgr", "-a"], "xcompmgr")
+            self.start(["xcompmgr", "-n"], "xcompmgr")
         if self._wants_panel:
             self.start(["tint2"], "tint2")
             wait_until(lambda: self.find_window("tint2"), "the panel")

@@ -2,6 +2,7 @@
 
 #include "Fakes/ControllerFixture.h"
 
+#include <QCoreApplication>
 #include <QFile>
 
 using namespace quenda;

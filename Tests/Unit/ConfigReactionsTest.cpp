@@ -3,6 +3,7 @@
 #include "Fakes/ControllerFixture.h"
 
 #include <QAction>
+#include <QFile>
 #include <QMenu>
 
 using namespace quenda;

@@ -13,6 +13,7 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QLineEdit>
@@ -569,11 +570,13 @@ TEST_F(SettingsViewTest, EveryControlHasAnAccessibleName) {
         const bool isControl = qobject_cast<const QComboBox *>(widget) ||
                                qobject_cast<const QLineEdit *>(widget) ||
                                qobject_cast<const QSlider *>(widget);
-        if (isControl)
+        if (isControl) {
             EXPECT_FALSE(widget->accessibleName().isEmpty()) << widget->metaObject()->className();
+        }
         const auto *button = qobject_cast<const QAbstractButton *>(widget);
-        if (button && button->isVisibleTo(&view()))
+        if (button && button->isVisibleTo(&view())) {
             EXPECT_FALSE(button->text().isEmpty());
+        }
     }
 }
 

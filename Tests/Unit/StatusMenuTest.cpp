@@ -53,8 +53,9 @@ TEST_F(StatusMenu, HasFifteenEntriesInTheirOrder) {
         EXPECT_EQ(entry(number)->text(), expected) << number;
         EXPECT_EQ(entry(number)->isVisible(), number > 2) << number;
         const bool informs = number == 3 || number == 5 || number == 6;
-        if (!expected.isEmpty())
+        if (!expected.isEmpty()) {
             EXPECT_EQ(entry(number)->isEnabled(), !informs) << number;
+        }
     }
     EXPECT_EQ(entry(10)->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Comma));
     EXPECT_EQ(entry(15)->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Q));

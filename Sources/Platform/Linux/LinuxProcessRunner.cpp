@@ -27,8 +27,6 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto kStartTimeout = 5s;
-constexpr auto kRunTimeout = 5s;
-constexpr auto kTerminationGrace = 3s;
 constexpr auto kReapTimeout = 2s;
 
 int milliseconds(std::chrono::milliseconds span) {
@@ -116,9 +114,11 @@ Error startError(const QProcess &process) {
 /// One child until it is reaped. Deletes itself then.
 class RunningChild final : public QObject {
 public:
-    RunningChild(ProcessRunner::ExitHandler onExit, QObject *parent)
+    RunningChild(ProcessRunner::ExitHandler onExit, std::chrono::milliseconds grace,
+                 QObject *parent)
         : QObject(parent),
-          m_onExit(std::move(onExit)) {}
+          m_onExit(std::move(onExit)),
+          m_grace(grace) {}
 
     Failure start(const LaunchRequest &request) {
         if (const int obstacle = executionObstacle(request.executable))
@@ -143,7 +143,7 @@ public:
         m_killTimer = new QTimer(this); // a stopped or stubborn child does not heed SIGTERM
         m_killTimer->setSingleShot(true);
         connect(m_killTimer, &QTimer::timeout, &m_process, &QProcess::kill);
-        m_killTimer->start(kTerminationGrace);
+        m_killTimer->start(m_grace);
     }
 
     void kill() { m_process.kill(); }
@@ -163,6 +163,7 @@ private:
 
     QProcess m_process;
     ProcessRunner::ExitHandler m_onExit;
+    std::chrono::milliseconds m_grace; ///< from SIGTERM to SIGKILL
     QTimer *m_killTimer = nullptr;
 };
 
@@ -198,7 +199,9 @@ void killAndReap(std::unique_ptr<RunningChild> child, const QDeadlineTimer &dead
 
 } // namespace
 
-LinuxProcessRunner::LinuxProcessRunner() = default;
+LinuxProcessRunner::LinuxProcessRunner() : LinuxProcessRunner(Limits()) {}
+
+LinuxProcessRunner::LinuxProcessRunner(Limits limits) : m_limits(limits) {}
 
 LinuxProcessRunner::~LinuxProcessRunner() {
     const QDeadlineTimer deadline(kReapTimeout);
@@ -213,7 +216,8 @@ LinuxProcessRunner::~LinuxProcessRunner() {
 
 Result<std::unique_ptr<ChildProcess>> LinuxProcessRunner::launch(const LaunchRequest &request,
                                                                  ExitHandler onExit) {
-    auto child = std::make_unique<RunningChild>(std::move(onExit), &m_children);
+    auto child =
+        std::make_unique<RunningChild>(std::move(onExit), m_limits.terminationGrace, &m_children);
     if (const Failure failure = child->start(request)) {
         killAndReap(std::move(child), QDeadlineTimer(kReapTimeout));
         return *failure;
@@ -222,10 +226,10 @@ Result<std::unique_ptr<ChildProcess>> LinuxProcessRunner::launch(const LaunchReq
 }
 
 bool LinuxProcessRunner::runAndWait(const QString &executable, const QStringList &arguments) {
-    auto child = std::make_unique<RunningChild>(ExitHandler(), nullptr);
+    auto child = std::make_unique<RunningChild>(ExitHandler(), m_limits.terminationGrace, nullptr);
     if (child->start({executable, arguments, {}}))
         return false;
-    if (!child->waitForExit(milliseconds(kRunTimeout)))
+    if (!child->waitForExit(milliseconds(m_limits.run)))
         killAndReap(std::move(child), QDeadlineTimer(kReapTimeout));
     return true;
 }

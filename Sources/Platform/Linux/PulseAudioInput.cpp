@@ -41,7 +41,8 @@ public:
 
     ~PulseCapture() override {
         // The last sound that the server has sent may still lie unread.
-        m_connection->catchUp(kCatchUpLimit);
+        m_connection->catchUp(kCatchUpLimit,
+                              [stream = m_stream](PulseConnection &) { stream->flush(); });
         m_stream->stop();
         m_connection->post([stream = std::move(m_stream)](PulseConnection &) { stream->close(); });
     }

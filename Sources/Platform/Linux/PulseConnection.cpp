@@ -113,27 +113,33 @@ void PulseConnection::runPosted() {
         task(*this);
 }
 
-void PulseConnection::catchUp(std::chrono::milliseconds limit) {
+void PulseConnection::catchUp(std::chrono::milliseconds limit, Task last) {
     struct Progress {
         std::mutex mutex;
         std::condition_variable changed;
-        int turnsLeft = kCatchUpTurns;
+        bool isDone = false;
+        int turnsLeft = kCatchUpTurns; // of the connection's thread
         Task turn;
+        Task last;
     };
     const auto progress = std::make_shared<Progress>();
+    progress->last = std::move(last);
     progress->turn = [weak = std::weak_ptr(progress)](PulseConnection &self) {
         const auto held = weak.lock(); // gone where the wait was given up
         if (!held)
             return;
-        const std::scoped_lock lock(held->mutex);
-        if (--held->turnsLeft > 0)
+        if (--held->turnsLeft > 0) {
             self.post(held->turn);
-        else
-            held->changed.notify_all();
+            return;
+        }
+        held->last(self);
+        const std::scoped_lock lock(held->mutex);
+        held->isDone = true;
+        held->changed.notify_all();
     };
     post(progress->turn);
     std::unique_lock lock(progress->mutex);
-    progress->changed.wait_for(lock, limit, [&] { return progress->turnsLeft <= 0; });
+    progress->changed.wait_for(lock, limit, [&] { return progress->isDone; });
 }
 
 void PulseConnection::callMainThread(std::function<void()> task) {

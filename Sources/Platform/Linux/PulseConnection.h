@@ -59,9 +59,9 @@ public:
     /// Runs `task` on the connection's thread, soon, in the order of the calls. Any thread.
     void post(Task task);
 
-    /// Waits until the connection's thread has handled what the server had sent by now, but no
-    /// longer than `limit`. Main thread.
-    void catchUp(std::chrono::milliseconds limit);
+    /// Waits until the connection's thread has handled what the server had sent by now, and has run
+    /// `last`; but no longer than `limit`. Main thread.
+    void catchUp(std::chrono::milliseconds limit, Task last);
 
     // The rest is for tasks and for callbacks of streams: on the connection's thread only.
 

@@ -14,9 +14,10 @@ using namespace std::chrono_literals;
 // A server that has not made the stream by then hangs.
 constexpr auto kReadyLimit = 2s;
 
-// What the server is asked to hold at the most. It sends half of it at a time: the buffers, and so
-// the level, come every 10 ms, and no more than that is missing at the end.
-constexpr pa_usec_t kFragment = 20 * PA_USEC_PER_MSEC;
+// What the server is asked to send at a time, and what the handler gets at the least: the level is
+// live, and no more than that is missing at the end. Devices that cannot do that send more.
+constexpr int kFragmentsPerSecond = 100;
+constexpr pa_usec_t kFragment = PA_USEC_PER_SEC / kFragmentsPerSecond;
 
 pa_sample_spec sampleSpec(const AudioFormat &format) {
     return {PA_SAMPLE_FLOAT32NE, uint32_t(format.sampleRate), uint8_t(format.channels)};
@@ -28,6 +29,7 @@ PulseRecordStream::PulseRecordStream(const AudioFormat &format, int maxFrames,
                                      AudioInput::TapHandler handler, std::function<void()> onLost)
     : m_format(format),
       m_maxFrames(std::max(maxFrames, 1)),
+      m_leastFrames(qsizetype(format.sampleRate) / kFragmentsPerSecond),
       m_handler(std::move(handler)),
       m_onLost(std::move(onLost)),
       m_channels(size_t(format.channels)) {}
@@ -179,13 +181,23 @@ void PulseRecordStream::deliverReadable() {
     }
 }
 
+// The server cuts its fragments wherever its own memory blocks end, down to a few samples, which
+// say nothing about a level: what comes is gathered. Only the very first is passed on as it is.
 void PulseRecordStream::deliver(const float *interleaved, qsizetype frames) {
-    const std::scoped_lock lock(m_gate);
-    if (m_isStopped)
+    const size_t count = size_t(frames) * m_channels.size();
+    m_gathered.insert(m_gathered.end(), interleaved, interleaved + count);
+    if (m_hasDelivered && qsizetype(m_gathered.size() / m_channels.size()) < m_leastFrames)
         return;
-    for (qsizetype start = 0; start < frames; start += m_maxFrames) {
+    m_hasDelivered = true;
+    flush();
+}
+
+void PulseRecordStream::flush() {
+    const auto frames = qsizetype(m_gathered.size() / m_channels.size());
+    const std::scoped_lock lock(m_gate);
+    for (qsizetype start = 0; start < frames && !m_isStopped; start += m_maxFrames) {
         for (size_t channel = 0; channel < m_channels.size(); ++channel)
-            m_channels[channel] = interleaved + size_t(start) * m_channels.size() + channel;
+            m_channels[channel] = m_gathered.data() + size_t(start) * m_channels.size() + channel;
         AudioBuffer buffer;
         buffer.channels = m_channels.data();
         buffer.stride = qsizetype(m_channels.size());
@@ -193,6 +205,7 @@ void PulseRecordStream::deliver(const float *interleaved, qsizetype frames) {
         buffer.format = m_format;
         m_handler(buffer);
     }
+    m_gathered.clear();
 }
 
 void PulseRecordStream::close() {

@@ -29,6 +29,8 @@ public:
 
     /// Connection's thread: records from the default source.
     void open(PulseConnection &connection);
+    /// Connection's thread: passes on what was too little to pass on so far.
+    void flush();
     /// Connection's thread: closes the microphone.
     void close();
 
@@ -44,6 +46,7 @@ private:
 
     const AudioFormat m_format;
     const qsizetype m_maxFrames;
+    const qsizetype m_leastFrames;
 
     std::mutex m_gate; // held while the tap handler runs; guards the next three
     bool m_isStopped = false;
@@ -60,6 +63,8 @@ private:
     bool m_isPlaceGood = false; // it records from a microphone
     bool m_wasMoved = false;
     bool m_namesItsSource = false;
+    bool m_hasDelivered = false;
+    std::vector<float> m_gathered; // interleaved
     std::vector<const float *> m_channels;
     std::vector<float> m_silence;
 };

@@ -211,7 +211,8 @@ void X11SelectionReader::acceptTargets(const QByteArray &bytes, xcb_atom_t type,
     }
     std::vector<xcb_atom_t> atoms(
         std::size_t(std::min<qsizetype>(bytes.size() / qsizetype(sizeof(xcb_atom_t)), kMaxListed)));
-    std::memcpy(atoms.data(), bytes.constData(), atoms.size() * sizeof(xcb_atom_t));
+    std::copy_n(bytes.constData(), atoms.size() * sizeof(xcb_atom_t),
+                reinterpret_cast<char *>(atoms.data()));
     offerTargets(atoms);
 }
 

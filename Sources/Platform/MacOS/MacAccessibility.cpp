@@ -11,9 +11,9 @@ bool MacAccessibility::isTrusted(TrustPrompt prompt) const {
         return AXIsProcessTrusted();
     const void *key = kAXTrustedCheckOptionPrompt;
     const void *value = kCFBooleanTrue;
-    const CFOwner<CFDictionaryRef> options(
-        CFDictionaryCreate(kCFAllocatorDefault, &key, &value, 1, &kCFTypeDictionaryKeyCallBacks,
-                           &kCFTypeDictionaryValueCallBacks));
+    const CFOwner<CFDictionaryRef> options(CFDictionaryCreate(kCFAllocatorDefault, &key, &value, 1,
+                                                              &kCFTypeDictionaryKeyCallBacks,
+                                                              &kCFTypeDictionaryValueCallBacks));
     return AXIsProcessTrustedWithOptions(options.get());
 }
 

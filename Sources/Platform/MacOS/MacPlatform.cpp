@@ -100,7 +100,9 @@ public:
             std::uint32_t(maxFrames),
             [handler = std::move(handler)](const float *const *channels, std::int64_t stride,
                                            std::int64_t frames, mac::NativeAudioFormat format) {
-                handler({channels, qsizetype(stride), qsizetype(frames),
+                handler({channels,
+                         qsizetype(stride),
+                         qsizetype(frames),
                          {format.sampleRate, format.channels}});
             },
             error);
@@ -216,9 +218,7 @@ public:
 
 class BridgedWorkspace final : public Workspace {
 public:
-    bool open(const QUrl &url) override {
-        return mac::openUrl(url.toEncoded().toStdString());
-    }
+    bool open(const QUrl &url) override { return mac::openUrl(url.toEncoded().toStdString()); }
     bool openPrivacyPane(const QString &pane) override {
         return mac::openUrl("x-apple.systempreferences:com.apple.preference.security?" +
                             pane.toStdString());

@@ -2,11 +2,11 @@
 
 #import <Foundation/Foundation.h>
 #import <dispatch/dispatch.h>
-
-#include <csignal>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <csignal>
 #include <utility>
 
 namespace quenda::mac {

@@ -20,9 +20,9 @@ std::optional<SymbolBitmap> systemSymbol(const std::string &name, const SymbolCo
                                    accessibilityDescription:@"Quenda"];
         if (plain == nil)
             return std::nullopt;
-        NSImageSymbolConfiguration *configuration = [NSImageSymbolConfiguration
-            configurationWithPointSize:pixels * 0.8
-                                weight:NSFontWeightSemibold];
+        NSImageSymbolConfiguration *configuration =
+            [NSImageSymbolConfiguration configurationWithPointSize:pixels * 0.8
+                                                            weight:NSFontWeightSemibold];
         NSImage *configured = [plain imageWithSymbolConfiguration:configuration];
         NSImage *image = configured != nil ? configured : plain;
 
@@ -31,9 +31,9 @@ std::optional<SymbolBitmap> systemSymbol(const std::string &name, const SymbolCo
         const auto side = static_cast<std::size_t>(pixels);
         bitmap.pixels.assign(side * side * 4, 0);
         const CFOwner<CGColorSpaceRef> space(CGColorSpaceCreateWithName(kCGColorSpaceSRGB));
-        const CFOwner<CGContextRef> context(CGBitmapContextCreate(
-            bitmap.pixels.data(), side, side, 8, side * 4, space.get(),
-            static_cast<CGBitmapInfo>(kCGImageAlphaPremultipliedLast)));
+        const CFOwner<CGContextRef> context(
+            CGBitmapContextCreate(bitmap.pixels.data(), side, side, 8, side * 4, space.get(),
+                                  static_cast<CGBitmapInfo>(kCGImageAlphaPremultipliedLast)));
         if (!context)
             return std::nullopt;
 
@@ -41,8 +41,7 @@ std::optional<SymbolBitmap> systemSymbol(const std::string &name, const SymbolCo
             std::min<CGFloat>(1.0, pixels / std::max(image.size.width, image.size.height));
         const CGFloat width = image.size.width * scale;
         const CGFloat height = image.size.height * scale;
-        const NSRect frame =
-            NSMakeRect((pixels - width) / 2, (pixels - height) / 2, width, height);
+        const NSRect frame = NSMakeRect((pixels - width) / 2, (pixels - height) / 2, width, height);
         NSGraphicsContext *graphics = [NSGraphicsContext graphicsContextWithCGContext:context.get()
                                                                               flipped:NO];
         [NSGraphicsContext saveGraphicsState];
@@ -54,8 +53,7 @@ std::optional<SymbolBitmap> systemSymbol(const std::string &name, const SymbolCo
         // A template: its shape in our colour.
         [[NSColor colorWithSRGBRed:color.red green:color.green blue:color.blue
                              alpha:color.alpha] set];
-        NSRectFillUsingOperation(NSMakeRect(0, 0, pixels, pixels),
-                                 NSCompositingOperationSourceIn);
+        NSRectFillUsingOperation(NSMakeRect(0, 0, pixels, pixels), NSCompositingOperationSourceIn);
         [NSGraphicsContext restoreGraphicsState];
         return bitmap;
     }
