@@ -163,8 +163,7 @@ void HttpExchange::redirect(int status, const QUrl &target) {
 }
 
 // Looks whether the exchange has been idle, or under way, too long. The timer is not restarted for
-// each byte that comes: it looks again when the time may be up. Where the time has run out it looks
-// once more after what waits in the event loop, for it may be this thread that was held up.
+// each byte that comes: it looks again when the time may be up.
 void HttpExchange::checkTime() {
     if (m_over)
         return;
@@ -172,17 +171,10 @@ void HttpExchange::checkTime() {
         touch(); // it is our own disk that holds things up
     const std::chrono::milliseconds idle(m_sinceActivity.elapsed());
     const std::chrono::milliseconds underWay(m_sinceStart.elapsed());
-    if (idle < m_request.timeout && underWay < m_request.longest)
-        m_timer.start(std::min(m_request.timeout - idle, m_request.longest - underWay));
-    else if (underWay < m_request.longest && !std::exchange(m_lastLook, true))
-        m_timer.start(0);
-    else
+    if (idle >= m_request.timeout || underWay >= m_request.longest)
         fail(httpError(HttpError::TimedOut));
-}
-
-void HttpExchange::touch() {
-    m_sinceActivity.start();
-    m_lastLook = false;
+    else
+        m_timer.start(std::min(m_request.timeout - idle, m_request.longest - underWay));
 }
 
 void HttpExchange::fail(const Error &error) {

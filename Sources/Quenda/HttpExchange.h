@@ -36,7 +36,7 @@ private:
     void replyFinished();
     void redirect(int status, const QUrl &target);
     void checkTime();
-    void touch();
+    void touch() { m_sinceActivity.start(); }
     void fail(const Error &error);
     void finish(bool complete, const Failure &failure);
     void dropReply();
@@ -58,7 +58,6 @@ private:
     int m_redirects = 0;
     bool m_begun = false;    ///< the body has been told of the answer
     bool m_finished = false; ///< the reply has nothing more to give than what it holds
-    bool m_lastLook = false; ///< the time is up unless something comes at once
     bool m_over = false;
 };
 

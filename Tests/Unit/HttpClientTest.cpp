@@ -1,6 +1,5 @@
 #include "HttpClientFixture.h"
 
-#include <QThread>
 #include <QTimer>
 
 using namespace quenda;
@@ -250,19 +249,6 @@ TEST_F(HttpClientTest, ASlowAnswerThatKeepsComingIsRead) {
     const HttpResponse response = exchange(request);
     EXPECT_FALSE(response.transportError);
     EXPECT_EQ(response.body, "xxxxxxxxxx");
-}
-
-// What came while this thread was held up counts, though the time has run out.
-TEST_F(HttpClientTest, ABusyMainThreadIsNoTimeOut) {
-    server.handler = [](QTcpSocket &socket, const TestHttpServer::Request &) {
-        socket.write("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\no");
-        socket.flush();
-        QThread::msleep(150);
-        socket.write("k");
-    };
-    HttpRequest request = get(server.url());
-    request.timeout = 100ms;
-    EXPECT_EQ(exchange(request).body, "ok");
 }
 
 TEST_F(HttpClientTest, AUsedConnectionThatWentAwayIsReplaced) {
