@@ -2,47 +2,22 @@
 // when it goes, moves or hangs.
 #include "Platform/Linux/PulseAudioInput.h"
 
-#include "Platform/Linux/LinuxSounds.h"
 #include "Platform/Linux/PulseMicrophonePermission.h"
+#include "PulseFixture.h"
 #include "Quenda/AudioRecorder.h"
-#include "SoundServer.h"
 
-#include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryDir>
-#include <QThread>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
-#include <mutex>
 #include <numbers>
+#include <span>
 
-namespace quenda {
+namespace quenda::desktop {
 namespace {
-
-const QString kDesk = QStringLiteral("desk");
-const QString kHeadset = QStringLiteral("headset");
-const QString kSpeakers = QStringLiteral("speakers");
-
-bool waitFor(const std::function<bool()> &condition, int milliseconds = 5000) {
-    QElapsedTimer since;
-    since.start();
-    while (!condition()) {
-        if (since.hasExpired(milliseconds))
-            return false;
-        QThread::msleep(1);
-        QCoreApplication::processEvents();
-    }
-    return true;
-}
-
-void letPass(int milliseconds) {
-    waitFor([] { return false; }, milliseconds);
-}
 
 double toneAmplitude(std::span<const float> samples, double frequency) {
     double sine = 0;
@@ -56,54 +31,7 @@ double toneAmplitude(std::span<const float> samples, double frequency) {
     return 2 * std::hypot(sine, cosine) / double(samples.size());
 }
 
-struct PulseAudioInputTest : testing::Test {
-    desktop::SoundServer server;
-    std::shared_ptr<PulseConnection> connection;
-    std::unique_ptr<PulseAudioInput> input;
-    int changes = 0;
-
-    void connectInput() {
-        connection = std::make_shared<PulseConnection>();
-        input = std::make_unique<PulseAudioInput>(connection);
-        input->setDefaultDeviceChangedHandler([this] { ++changes; });
-    }
-    bool settled() const { return connection->state().server != PulseState::Server::Connecting; }
-    // A server with the microphone "desk", and the input connected to it.
-    void startWithDesk(int rate = 48000) {
-        server.start();
-        server.addMicrophone(kDesk, QStringLiteral("Desk Microphone"), rate);
-        server.setDefault(kDesk);
-        connectInput();
-        ASSERT_TRUE(waitFor([this] { return settled(); }));
-    }
-    void startWithPromptDesk(int rate) {
-        server.start();
-        server.addPromptMicrophone(kDesk, rate);
-        server.setDefault(kDesk);
-        connectInput();
-        ASSERT_TRUE(waitFor([this] { return settled(); }));
-    }
-
-    std::atomic<qint64> frames{0};
-    std::atomic<qint64> longest{0};
-    std::atomic<qint64> shortest{1000000}; // of all but the first
-    std::atomic<float> peak{0};
-    AudioInput::TapHandler counting() {
-        return [this](const AudioBuffer &buffer) {
-            for (qsizetype frame = 0; frame < buffer.frames; ++frame)
-                peak = std::max<float>(peak, std::abs(buffer.channels[0][frame * buffer.stride]));
-            longest = std::max<qint64>(longest, buffer.frames);
-            if (frames > 0)
-                shortest = std::min<qint64>(shortest, buffer.frames);
-            frames += buffer.frames;
-        };
-    }
-    std::unique_ptr<AudioCapture> capture(int maxFrames = 4096) {
-        auto started = input->startCapture(input->nativeFormat(), maxFrames, counting());
-        EXPECT_TRUE(started.ok());
-        return started.ok() ? std::move(started).value() : nullptr;
-    }
-};
+struct PulseAudioInputTest : PulseFixture {};
 
 TEST_F(PulseAudioInputTest, KnowsTheDefaultMicrophone) {
     startWithDesk(44100);
@@ -432,55 +360,5 @@ TEST_F(PulseAudioInputTest, AServerThatRefusesIsADeniedPermission) {
     EXPECT_FALSE(input->startCapture({48000, 1}, 4096, counting()).ok());
 }
 
-TEST_F(PulseAudioInputTest, CuesAreHeardAndQuiet) {
-    server.start();
-    server.addOutput(kSpeakers);
-    server.addMicrophone(kDesk, QStringLiteral("Desk Microphone"));
-    server.setDefault(kSpeakers + QLatin1String(".monitor")); // we listen to the speakers
-    connectInput();
-    ASSERT_TRUE(waitFor([this] { return settled(); }));
-    LinuxSounds sounds(connection);
-    const auto running = capture();
-    ASSERT_TRUE(waitFor([this] { return frames > 0; }));
-    for (const QString &name :
-         {QStringLiteral("Pop"), QStringLiteral("Tink"), QStringLiteral("Bottle")}) {
-        peak = 0;
-        QElapsedTimer since;
-        since.start();
-        sounds.play(name);
-        EXPECT_LT(since.elapsed(), 20) << "returns at once";
-        EXPECT_TRUE(waitFor([this] { return peak > 0.05F; })) << qPrintable(name);
-        letPass(400);
-        EXPECT_LT(peak, 0.12F) << qPrintable(name);
-    }
-    peak = 0;
-    sounds.play(QStringLiteral("Sosumi"));
-    sounds.play(QStringLiteral("../sounds/Pop"));
-    letPass(400);
-    EXPECT_EQ(peak, 0.0F) << "a name without a sound plays nothing";
-}
-
-TEST_F(PulseAudioInputTest, CuesNeitherPileUpNorOutliveTheServer) {
-    startWithDesk();
-    server.addOutput(kSpeakers);
-    LinuxSounds sounds(connection);
-    server.freeze();
-    for (int cue = 0; cue < 50; ++cue)
-        sounds.play(QStringLiteral("Pop"));
-    server.thaw();
-    const auto playing = [this] {
-        const QByteArray listed = server.control(
-            {QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sink-inputs")});
-        return listed.isEmpty() ? 0 : int(listed.count('\n')) + 1;
-    };
-    EXPECT_LE(playing(), 4);
-    EXPECT_TRUE(waitFor([&playing] { return playing() == 0; }));
-    sounds.play(QStringLiteral("Pop"));
-    server.kill();
-    EXPECT_TRUE(waitFor([this] { return changes > 0; }));
-    sounds.play(QStringLiteral("Pop"));
-    letPass(20);
-}
-
 } // namespace
-} // namespace quenda
+} // namespace quenda::desktop

@@ -115,15 +115,20 @@ TEST_F(X11HostilePasteboardTest, ReadsAreAnsweredInTheirOrder) {
     EXPECT_EQ(order, (std::vector{1, 2, 3}));
 }
 
-TEST_F(X11HostilePasteboardTest, AReadThatWaitsGetsWhatIsWrittenMeanwhile) {
+TEST_F(X11HostilePasteboardTest, AReadThatWaitsTurnsToTheNextOwner) {
     const auto owner = rawOwner({});
     std::optional<PasteboardItems> items;
     pasteboard->readItems([&](PasteboardItems read) { items = std::move(read); });
-    ASSERT_TRUE(pasteboard->setString(kText));
-    EXPECT_FALSE(items);
+    ASSERT_TRUE(waitUntil([&] { return owner->requests > 0; }));
+    const auto next = rawOwner({[](RawX11Owner &self, const Request &request) {
+                                    if (self.is(request.target, "TARGETS"))
+                                        self.putTargets(request, {"text/html"});
+                                    else
+                                        self.put(request, "text/html", 8, "next");
+                                },
+                                {}});
     ASSERT_TRUE(waitUntil([&] { return items.has_value(); }));
-    ASSERT_EQ(items->size(), 1U);
-    EXPECT_EQ((*items)[0].types[0].second, kText.toUtf8());
+    EXPECT_EQ(*items, item({{"text/html", "next"}}));
 }
 
 TEST_F(X11HostilePasteboardTest, AReadIsDroppedWithThePasteboard) {

@@ -260,6 +260,17 @@ TEST_F(X11PasteboardTest, WhatWasPreparedIsFetchedAnewAfterAChange) {
     EXPECT_EQ((*read().items)[0].types[0].second, "second");
 }
 
+TEST_F(X11PasteboardTest, AReadThatWaitsGetsWhatIsWrittenMeanwhile) {
+    const auto owner = rawOwner({});
+    std::optional<PasteboardItems> items;
+    pasteboard->readItems([&](PasteboardItems read) { items = std::move(read); });
+    ASSERT_TRUE(pasteboard->setString(kLatin));
+    EXPECT_FALSE(items);
+    ASSERT_TRUE(waitUntil([&] { return items.has_value(); }));
+    ASSERT_EQ(items->size(), 1U);
+    EXPECT_EQ((*items)[0].types[0].second, kLatin.toUtf8());
+}
+
 TEST_F(X11PasteboardTest, PrimaryHoldsTheClipboardsTextUntilThatChanges) {
     EXPECT_FALSE(pasteboard->mirrorClipboardText()) << "there is no text";
     ASSERT_TRUE(pasteboard->setString(kUnicode));

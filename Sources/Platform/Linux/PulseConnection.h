@@ -64,7 +64,6 @@ public:
     void catchUp(std::chrono::milliseconds limit, Task last);
 
     // The rest is for tasks and for callbacks of streams: on the connection's thread only.
-
     /// None unless the server is connected.
     pa_context *context() const { return m_isConnected ? m_context : nullptr; }
     /// Whether a stream may record from the source with this index: not from a monitor that is not
