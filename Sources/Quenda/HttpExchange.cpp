@@ -203,8 +203,8 @@ void HttpExchange::dropReply() {
         return;
     QNetworkReply *reply = std::exchange(m_reply, nullptr);
     disconnect(reply, nullptr, this, nullptr);
-    if (!reply->isFinished())
-        reply->abort();
+    // Its destructor hangs up. To abort it here, perhaps from inside one of its signals, would make
+    // it report two errors.
     reply->deleteLater();
 }
 

@@ -109,6 +109,14 @@ void TestHttpServer::sendSlowly(QTcpSocket &client, const QByteArray &bytes, qsi
     timer->start(interval);
 }
 
+void TestHttpServer::resumeReading() {
+    pauseReading = false;
+    for (QTcpSocket *client : m_unread.keys()) {
+        client->setReadBufferSize(0);
+        bytesCame(client);
+    }
+}
+
 int TestHttpServer::openConnections() const {
     return int(m_unread.size());
 }
@@ -118,6 +126,8 @@ void TestHttpServer::incomingConnection(qintptr descriptor) {
     auto *client = new QSslSocket(this);
     client->setSocketDescriptor(descriptor);
     m_unread.insert(client, {});
+    if (pauseReading)
+        client->setReadBufferSize(4096);
     connect(client, &QTcpSocket::readyRead, this, [this, client] { bytesCame(client); });
     connect(client, &QTcpSocket::bytesWritten, this, [this](qint64 count) { bytesSent += count; });
     connect(client, &QTcpSocket::disconnected, this, [this, client] {
@@ -131,6 +141,8 @@ void TestHttpServer::incomingConnection(qintptr descriptor) {
 }
 
 void TestHttpServer::bytesCame(QTcpSocket *client) {
+    if (pauseReading)
+        return;
     QByteArray &unread = m_unread[client];
     unread += client->readAll();
     const qsizetype head = unread.indexOf("\r\n\r\n");

@@ -61,6 +61,8 @@ public:
 
     std::vector<Request> requests;
     int connections = 0;
+    bool pauseReading = false; ///< takes connections but no more of their bytes than it must
+    void resumeReading();
     int openConnections() const; ///< those that the client has not closed
     qint64 bytesSent = 0;        ///< taken over by the system, on all connections
 

@@ -307,6 +307,20 @@ TEST_F(HttpClientTest, NothingIsCalledOnceTheContextIsGone) {
     EXPECT_EQ(server.requests.size(), 1u);
 }
 
+TEST_F(HttpClientTest, AnUploadCanBeAbandonedHalfWay) {
+    server.pauseReading = true;
+    auto asker = std::make_unique<QObject>();
+    client.send(post(server.url(), QByteArray(50'000'000, 'x')), asker.get(),
+                [](const HttpResponse &) { ADD_FAILURE() << "nobody is there to hear it"; });
+    ASSERT_TRUE(waitFor([&] { return server.connections == 1; }));
+    fakes::turnFor(50ms);
+    asker.reset();
+    fakes::turnFor(20ms);
+    server.resumeReading();
+    EXPECT_TRUE(waitFor([&] { return server.openConnections() == 0; }));
+    EXPECT_TRUE(server.requests.empty());
+}
+
 TEST_F(HttpClientTest, TheClientCanGoFirst) {
     server.handler = [](QTcpSocket &, const TestHttpServer::Request &) {};
     int calls = 0;

@@ -216,11 +216,11 @@ TEST_F(HttpDownloadTest, ASlowDiskHoldsTheTransferBack) {
     server.answer(200, body);
     record->hold = true;
     HttpRequest request = get(server.url());
-    request.timeout = 200ms;
+    request.timeout = 500ms;
     std::optional<HttpDownload> result;
     client.download(request, std::make_unique<RecordingSink>(record), &context, {},
                     [&](const HttpDownload &outcome) { result = outcome; });
-    fakes::turnFor(500ms);
+    fakes::turnFor(1200ms);
     EXPECT_FALSE(result);
     EXPECT_LT(server.bytesSent, size) << "it was all read into memory";
     record->hold = false;
