@@ -8,7 +8,7 @@ from pathlib import Path
 from typing import Any, Callable, Optional
 
 from processes import is_alive, running, wait_until_gone
-from waiting import wait_until
+from waiting import now_ns, wait_until
 
 Start = Callable[..., subprocess.Popen]
 
@@ -64,6 +64,7 @@ class Quenda:
         }
         if trace:
             self._environment["QUENDA_TRACE"] = str(self.trace_file)
+        self.started_ns = now_ns()
         self.process = start([str(binary)], folder.name, env=self._environment,
                              cwd=str(folder))
 
