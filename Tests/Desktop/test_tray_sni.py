@@ -8,7 +8,7 @@ from quenda_program import Quenda
 from status_item import StatusItem, has_host, named, shown, start_panel, titles
 from waiting import wait_until
 
-MENU = ["Ready — model.bin", "—", "Hold Right Option (⌥) to dictate", "Mic: Virtual Microphone", "—",
+MENU = ["Ready — model.bin", "—", "Hold Right Alt to dictate", "Mic: Virtual Microphone", "—",
         "Recent Dictations", "—", "Settings…", "Restart Engine", "Check for Updates…",
         "About Quenda", "—", "Quit Quenda"]
 
