@@ -13,6 +13,7 @@
 #include "Quenda/ConfigStore.h"
 #include "Quenda/HotkeyMonitor.h"
 #include "Quenda/Observable.h"
+#include "Quenda/ProductSite.h"
 #include "Quenda/RecordingIndicator.h"
 #include "Quenda/TextInjector.h"
 #include "Quenda/UpdateChecker.h"
@@ -51,6 +52,7 @@ public:
         HttpClient &http;
         QSettings &defaults;             ///< the user defaults
         std::function<void()> terminate; ///< ends the program through its normal termination
+        QString modelBaseUrl = kModelBaseUrl; ///< what stands before a model's file name
     };
 
     /// The settings whose change restarts the local engine.

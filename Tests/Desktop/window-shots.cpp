@@ -92,6 +92,10 @@ protected:
                 continue;
             int width = widget->sizeHint().width();
             int height = widget->sizeHint().height();
+            if (button && button->hasHeightForWidth()) {
+                width = widget->minimumSizeHint().width();
+                height = widget->heightForWidth(widget->width());
+            }
             if (label && label->wordWrap()) {
                 width = widget->minimumSizeHint().width();
                 height = widget->heightForWidth(widget->width());
