@@ -31,14 +31,14 @@ bool isConnected(pa_mainloop *loop, pa_context *context) {
 
 /// Milliseconds to the first sample; negative where the stream failed.
 double timeToFirstSample(pa_mainloop *loop, pa_context *context, unsigned fragment) {
-    const pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, 48000, 2};
+    const pa_sample_spec sampleFormat{PA_SAMPLE_FLOAT32NE, 48000, 2};
     pa_buffer_attr attributes;
     attributes.maxlength = attributes.tlength = attributes.prebuf = attributes.minreq =
         uint32_t(-1);
-    attributes.fragsize = uint32_t(pa_usec_to_bytes(fragment * PA_USEC_PER_MSEC, &spec));
+    attributes.fragsize = uint32_t(pa_usec_to_bytes(fragment * PA_USEC_PER_MSEC, &sampleFormat));
 
     const auto start = Clock::now();
-    pa_stream *const stream = pa_stream_new(context, "bare", &spec, nullptr);
+    pa_stream *const stream = pa_stream_new(context, "bare", &sampleFormat, nullptr);
     pa_stream_connect_record(stream, nullptr, &attributes, PA_STREAM_ADJUST_LATENCY);
     double result = -1;
     while (PA_STREAM_IS_GOOD(pa_stream_get_state(stream))) {

@@ -8,6 +8,7 @@ each beside its yardstick; with --json writes the same as an object.
 """
 
 import argparse
+import contextlib
 import json
 import os
 import pathlib
@@ -39,7 +40,8 @@ def our_download(program, url, folder):
     return float(wall), float(processor), int(growth)
 
 
-def measure_downloads(program, base, count, rounds, folder):
+def download_samples(program, base, count, rounds, folder):
+    """Ours and curl's, by turns: (seconds, processor seconds) and, of ours, growth in kB."""
     url = f"{base}/bytes/{count}"
     curl, ours = [], []
     for _ in range(rounds):
@@ -48,6 +50,11 @@ def measure_downloads(program, base, count, rounds, folder):
         os.remove(path)
         ours.append(our_download(program, url, folder))
         os.remove(os.path.join(folder, "model"))
+    return ours, curl
+
+
+def measure_downloads(program, base, count, rounds, folder):
+    ours, curl = download_samples(program, base, count, rounds, folder)
     gigabytes = count / 1e9
 
     def middle(samples, column):
@@ -62,7 +69,8 @@ def measure_downloads(program, base, count, rounds, folder):
     }
 
 
-def measure_uploads(program, base, server, rounds, folder):
+def upload_samples(program, base, server, rounds, folder):
+    """Ours and curl's milliseconds to the last byte of five minutes of sound."""
     out = subprocess.run(
         [program, f"{base}/v1", str(rounds)], check=True, capture_output=True, text=True
     )
@@ -84,10 +92,29 @@ def measure_uploads(program, base, server, rounds, folder):
         )
         _, _, last = map(int, server.stdout.readline().split())
         curl.append((last - started) / 1e6)
+    return ours, curl
+
+
+def measure_uploads(program, base, server, rounds, folder):
+    ours, curl = upload_samples(program, base, server, rounds, folder)
     return {
         "post_last_byte_ms": statistics.median(ours),
         "curl_post_last_byte_ms": statistics.median(curl),
     }
+
+
+@contextlib.contextmanager
+def loopback_server():
+    """The server's address and process, as long as it is wanted."""
+    server = subprocess.Popen(
+        [sys.executable, HERE / "loopback_server.py"],
+        stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+    )
+    try:
+        yield f"http://127.0.0.1:{int(server.stdout.readline())}", server
+    finally:
+        server.stdin.close()
+        server.wait()
 
 
 def show(figures):
@@ -114,20 +141,11 @@ def main():
     parser.add_argument("--json", type=pathlib.Path)
     options = parser.parse_args()
     programs = options.build / "benchmarks"
-    server = subprocess.Popen(
-        [sys.executable, HERE / "loopback_server.py"],
-        stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
-    )
-    try:
-        base = f"http://127.0.0.1:{int(server.stdout.readline())}"
-        with tempfile.TemporaryDirectory() as folder:
-            figures = measure_uploads(programs / "post-bench", base, server, options.rounds, folder)
-            figures |= measure_downloads(
-                programs / "download-bench", base, options.bytes, options.rounds, folder
-            )
-    finally:
-        server.stdin.close()
-        server.wait()
+    with loopback_server() as (base, server), tempfile.TemporaryDirectory() as folder:
+        figures = measure_uploads(programs / "post-bench", base, server, options.rounds, folder)
+        figures |= measure_downloads(
+            programs / "download-bench", base, options.bytes, options.rounds, folder
+        )
     show(figures)
     if options.json:
         options.json.write_text(json.dumps(figures, indent=2) + "\n")

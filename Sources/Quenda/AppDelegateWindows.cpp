@@ -8,6 +8,7 @@
 #include "Quenda/ModelDownloader.h"
 #include "Quenda/ProductSite.h"
 #include "Quenda/SettingsView.h"
+#include "Quenda/Trace.h"
 #include "Quenda/UpdateChecker.h"
 #include "Quenda/WelcomeView.h"
 #include "Quenda/WindowFrame.h"
@@ -59,6 +60,8 @@ void AppDelegate::startHotkey() {
         showAlert(*m_env.platform.workspace, tr("Could not listen for the hotkey"),
                   tr("Quenda could not create its keyboard listener. Make sure it is enabled in "
                      "System Settings → Privacy & Security → Accessibility, then relaunch."));
+    } else {
+        Trace::mark("armed");
     }
     refreshStatus();
 }

@@ -79,7 +79,7 @@ void fillBar(QImage &picture, const QRectF &bar) {
         const double centre = y + 0.5;
         const double beyond = std::max(bar.top() + radius - centre, centre - bar.bottom() + radius);
         const double part = std::clamp((centre - bar.top()) / bar.height(), 0.0, 1.0);
-        const QRgb colour = gradientTable()[std::size_t(part * 255 + 0.5)];
+        const QRgb colour = gradientTable()[std::size_t(std::lround(part * 255))];
         QRgb *line = reinterpret_cast<QRgb *>(picture.scanLine(y)) + pixels.left();
         for (int column = 0; column < columns; ++column)
             line[column] =

@@ -34,6 +34,8 @@ class AccessibleProgram:
             return
         node.clear_cache()
         yield node
+        if node.get_role_name() == "combo box":
+            return  # its list is not looked at, and long
         for index in range(node.get_child_count()):
             child = node.get_child_at_index(index)
             if child is not None:
@@ -55,14 +57,23 @@ class AccessibleProgram:
         node.clear_cache()
         return node.get_state_set().contains(state)
 
+    def name(self, node: Any) -> str:
+        """The control's name; of a combo box, whose own name is its value here, its label's."""
+        if node.get_role_name() == "combo box":
+            for relation in node.get_relation_set():
+                if relation.get_relation_type() == self._atspi.RelationType.LABELLED_BY:
+                    return relation.get_target(0).get_name()
+            return ""
+        return node.get_name()
+
     def controls(self, window: Any) -> list[tuple[str, str]]:
         """Role and name of everything visible below the window."""
-        return [(node.get_role_name(), node.get_name()) for node in self.nodes(window)
+        return [(node.get_role_name(), self.name(node)) for node in self.nodes(window)
                 if self._has(node, self._atspi.StateType.VISIBLE)]
 
     def find(self, window: Any, role: str, name: str) -> Optional[Any]:
         for node in self.nodes(window):
-            if (node.get_role_name(), node.get_name()) == (role, name) and self._has(
+            if (node.get_role_name(), self.name(node)) == (role, name) and self._has(
                     node, self._atspi.StateType.VISIBLE):
                 return node
         return None
@@ -71,7 +82,7 @@ class AccessibleProgram:
         """Role and name of the control that has the keyboard."""
         for node in self.nodes(window):
             if self._has(node, self._atspi.StateType.FOCUSED) and node != window:
-                return node.get_role_name(), node.get_name()
+                return node.get_role_name(), self.name(node)
         return None
 
     def centre(self, node: Any) -> tuple[int, int]:

@@ -8,7 +8,7 @@ from pathlib import Path
 from typing import Any, Callable, Optional
 
 from processes import is_alive, running, wait_until_gone
-from waiting import wait_until
+from waiting import now_ns, wait_until
 
 Start = Callable[..., subprocess.Popen]
 
@@ -25,6 +25,7 @@ class Quenda:
     settings  further settings
     controls  variables for the recogniser, see SphinxWhisperServer.cpp
     relay     whether a relay stands before the engine and notes what it answered
+    answers   where a relay of the test's own notes answers, in place of that
     trace     whether the program writes its milestones
     first_launch  whether it has never run before, and so shows the welcome window
     variables further variables of its environment
@@ -34,12 +35,12 @@ class Quenda:
                  engine: Path, model: Optional[Path] = None,
                  settings: Optional[dict[str, Any]] = None,
                  controls: Optional[dict[str, str]] = None, relay: bool = False,
-                 trace: bool = False, first_launch: bool = False,
+                 answers: Optional[Path] = None, trace: bool = False, first_launch: bool = False,
                  variables: Optional[dict[str, str]] = None) -> None:
         self.folder = folder
         folder.mkdir()
         self.controls_file = folder / "controls"
-        self.relay_file = folder / "relay.jsonl"
+        self.relay_file = answers or folder / "relay.jsonl"
         self.trace_file = folder / "trace"
         self.data = folder / "data" / "Quenda"
         self.log_file = folder / "state" / "Quenda" / "quenda.log"
@@ -66,6 +67,7 @@ class Quenda:
         } | (variables or {})
         if trace:
             self._environment["QUENDA_TRACE"] = str(self.trace_file)
+        self.started_ns = now_ns()
         self.process = start([str(binary)], folder.name, env=self._environment,
                              cwd=str(folder))
 

@@ -2,6 +2,8 @@
 """The real windows, driven by keyboard and mouse, looked at as assistive technology does."""
 
 import json
+import re
+import time
 from pathlib import Path
 from typing import Any
 
@@ -67,9 +69,7 @@ class Windows(DesktopTest):
                 return
             passed.append(before)
             self.desktop.keyboard.tap(TAB)
-            wait_until(lambda: self.seen.focused(window) not in (None, before) or
-                       before == ("push button", "Download") or before == ("push button", "Use"),
-                       f"the tab key to lead away from {before}", 3)
+            time.sleep(0.1)  # neighbours of the same name follow each other: no change to wait for
         self.fail(f"the tab key does not lead to {role} “{name}”, only to {passed}")
 
     def choose(self, window: Any, name: str, steps: int) -> None:
@@ -93,6 +93,11 @@ class Windows(DesktopTest):
     def wait_for_setting(self, quenda: Quenda, name: str, value: Any) -> None:
         wait_until(lambda: self.setting(quenda, name) == value,
                    f"the setting {name} to be {value!r}", 10)
+
+    def shares_done(self, window: Any) -> list[int]:
+        """The percentages that the window shows."""
+        return [int(name[:-1]) for role, name in self.seen.controls(window)
+                if role == "label" and re.fullmatch(r"\d+%", name)]
 
     # What is expected
 
@@ -141,7 +146,7 @@ class Windows(DesktopTest):
             first_launch=True, model=Path("/nonexistent/model.bin"),
             variables={"QUENDA_MODEL_BASE_URL": server.base_url})
         window = self.activate("Welcome to Quenda")
-        wait_until(lambda: self.seen.find(window, "label", "50%"), "half of the model", 20)
+        wait_until(lambda: self.shares_done(window) == [50], "half of the model", 20)
         self.assertIsNotNone(self.seen.find(window, "push button", "Finish Later"))
         server.release()
         model = quenda.data / "models" / COMPACT

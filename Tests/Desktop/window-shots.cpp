@@ -156,6 +156,7 @@ TEST_P(WindowShots, SettingsWithEverythingShown) {
 
 TEST_P(WindowShots, SettingsWithWarning) {
     Config config = Config::defaults();
+    config.language = QStringLiteral("auto");
     config.modelPath = Config::modelsDir() + QStringLiteral("/ggml-base.en.bin");
     writeConfig(config);
     touch(config.modelPath);

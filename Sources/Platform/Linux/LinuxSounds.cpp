@@ -62,10 +62,11 @@ void Cue::start(PulseConnection &connection) {
     if (!connection.context())
         return;
     m_connection = &connection;
-    const pa_sample_spec spec{PA_SAMPLE_S16LE, kRate, 1};
+    const pa_sample_spec sampleFormat{PA_SAMPLE_S16LE, kRate, 1};
     pa_proplist *properties = pa_proplist_new();
     pa_proplist_sets(properties, PA_PROP_MEDIA_ROLE, "event");
-    m_stream = pa_stream_new_with_proplist(connection.context(), "Cue", &spec, nullptr, properties);
+    m_stream = pa_stream_new_with_proplist(connection.context(), "Cue", &sampleFormat, nullptr,
+                                           properties);
     pa_proplist_free(properties);
     if (!m_stream)
         return;

@@ -59,14 +59,14 @@ void PulseRecordStream::open(PulseConnection &connection) {
 }
 
 void PulseRecordStream::connectTo(const QByteArray &sourceName) {
-    const pa_sample_spec spec = sampleSpec(m_format);
+    const pa_sample_spec sampleFormat = sampleSpec(m_format);
     // With the source's own channel map nothing is remixed on the way.
     const auto microphone = m_connection->state().microphone;
     const pa_channel_map *const map = microphone && microphone->format == m_format &&
                                               pa_channel_map_valid(&microphone->channelMap)
                                           ? &microphone->channelMap
                                           : nullptr;
-    m_stream = pa_stream_new(m_connection->context(), "Dictation", &spec, map);
+    m_stream = pa_stream_new(m_connection->context(), "Dictation", &sampleFormat, map);
     if (!m_stream) {
         lose();
         return;
@@ -100,7 +100,7 @@ void PulseRecordStream::connectTo(const QByteArray &sourceName) {
     pa_buffer_attr attributes;
     attributes.maxlength = uint32_t(-1);
     attributes.tlength = attributes.prebuf = attributes.minreq = uint32_t(-1); // playback only
-    attributes.fragsize = uint32_t(pa_usec_to_bytes(kFragment, &spec));
+    attributes.fragsize = uint32_t(pa_usec_to_bytes(kFragment, &sampleFormat));
     m_namesItsSource = !sourceName.isEmpty();
     if (pa_stream_connect_record(m_stream, m_namesItsSource ? sourceName.constData() : nullptr,
                                  &attributes, PA_STREAM_ADJUST_LATENCY) < 0)

@@ -204,8 +204,9 @@ PasteboardItems X11Pasteboard::itemsOf(const SelectionContents &contents) {
 SelectionContents X11Pasteboard::contentsOf(const PasteboardItems &items) const {
     SelectionContents contents;
     for (const PasteboardItem &item : items) {
-        for (const auto &[name, bytes] : item.types) {
-            const QByteArray target = name.toLatin1();
+        for (const auto &type : item.types) {
+            const QByteArray target = type.first.toLatin1();
+            const QByteArray &bytes = type.second;
             const bool there =
                 std::any_of(contents.begin(), contents.end(),
                             [&](const SelectionData &data) { return data.target == target; });

@@ -120,8 +120,8 @@ bool X11SelectionOwner::convert(const Owned &owned, xcb_window_t requestor, xcb_
 
 bool X11SelectionOwner::convertMultiple(const Owned &owned, xcb_window_t requestor,
                                         xcb_atom_t property) {
-    const PropertyValue value =
-        m_link.readProperty(requestor, property, qsizetype(kMaxPairs * 2 * sizeof(xcb_atom_t)));
+    const PropertyValue value = m_link.readProperty(
+        requestor, property, qsizetype(kMaxPairs) * 2 * qsizetype(sizeof(xcb_atom_t)));
     if (value.type == XCB_NONE || value.tooLarge || value.format != 32)
         return false;
     std::vector<xcb_atom_t> atoms(std::size_t(value.bytes.size()) / sizeof(xcb_atom_t));
