@@ -8,6 +8,8 @@ from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 class ModelServer:
     """Serves `size` bytes under every file name. Nothing beyond half of it before release()."""
 
+    CHUNK = 200_000
+
     def __init__(self, size: int = 4_000_000) -> None:
         self.asked: list[str] = []
         self.body = bytes(range(256)) * (size // 256)
@@ -21,11 +23,14 @@ class ModelServer:
                 self.send_header("Content-Length", str(len(outer.body)))
                 self.end_headers()
                 half = len(outer.body) // 2
-                self.wfile.write(outer.body[:half])
-                self.wfile.flush()
-                outer._go_on.wait(60)
-                time.sleep(0.1)
-                self.wfile.write(outer.body[half:])
+                try:
+                    for start in range(0, half, outer.CHUNK):
+                        self.wfile.write(outer.body[start:min(start + outer.CHUNK, half)])
+                        time.sleep(0.12)
+                    outer._go_on.wait(60)
+                    self.wfile.write(outer.body[half:])
+                except OSError:
+                    pass  # the program went away
 
             def log_message(self, *_: object) -> None:
                 pass
