@@ -2,6 +2,7 @@
 """The real windows, driven by keyboard and mouse, looked at as assistive technology does."""
 
 import json
+import os
 import re
 import time
 from pathlib import Path
@@ -138,6 +139,23 @@ class Windows(DesktopTest):
         wait_until(lambda: self.seen.find(window, "label", "Enter a whole number from 1 to 65535."),
                    "the reason beside the field")
         self.assertEqual(self.setting(quenda, "serverPort"), port)
+
+    def test_a_model_downloaded_in_the_settings_is_adopted(self) -> None:
+        server = ModelServer()
+        self.addCleanup(server.stop)
+        quenda = self.start(settings={"provider": "openai"}, model=Path("/nonexistent/model.bin"),
+                            variables={"QUENDA_MODEL_BASE_URL": server.base_url})
+        window = self.open_settings(quenda)
+        if shots := os.environ.get("QUENDA_SHOTS"):
+            self.desktop.screenshot(Path(shots) / "settings-on-a-desktop.png")
+        self.tab_to(window, "push button", "Download")
+        self.desktop.keyboard.tap(SPACE)
+        wait_until(lambda: any(self.shares_done(window)), "the download to show", 20)
+        server.release()
+        model = quenda.data / "models" / "ggml-large-v3-turbo.bin"
+        self.wait_for_setting(quenda, "modelPath", str(model))
+        self.assertEqual(model.read_bytes(), server.body)
+        wait_until(lambda: self.seen.find(window, "label", "In use"), "the model in use", 20)
 
     def test_first_launch_to_first_dictation(self) -> None:
         server = ModelServer()

@@ -362,6 +362,13 @@ TEST_F(SettingsViewTest, ModelsInTheFolderCanBeUsed) {
                                              "574\u00a0MB")));
 }
 
+TEST_F(SettingsViewTest, AmpersandInALabelIsNoAccessKey) {
+    open();
+    // Doubled: shown once, and no key is taken by it.
+    EXPECT_TRUE(reads(view(), QStringLiteral("Custom words && names")));
+    EXPECT_TRUE(field(QStringLiteral("Custom words & names")));
+}
+
 TEST_F(SettingsViewTest, ExtraModelsAreListedWhenTheWindowAppears) {
     touch(QStringLiteral("my-finetune.bin"));
     touch(QStringLiteral("notes.txt"));
