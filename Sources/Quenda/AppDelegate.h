@@ -50,8 +50,8 @@ public:
         Platform &platform;
         Scheduler &scheduler;
         HttpClient &http;
-        QSettings &defaults;             ///< the user defaults
-        std::function<void()> terminate; ///< ends the program through its normal termination
+        QSettings &defaults;                  ///< the user defaults
+        std::function<void()> terminate;      ///< ends the program through its normal termination
         QString modelBaseUrl = kModelBaseUrl; ///< what stands before a model's file name
     };
 

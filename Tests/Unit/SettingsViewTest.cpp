@@ -358,8 +358,9 @@ TEST_F(SettingsViewTest, ModelsInTheFolderCanBeUsed) {
     EXPECT_EQ(config().modelPath, Config::modelsDir() + QStringLiteral("/ggml-small.bin"));
     EXPECT_TRUE(reads(*row(QStringLiteral("ggml-small.bin")), QStringLiteral("In use")));
     EXPECT_FALSE(rowOffers(QStringLiteral("ggml-small.bin"), QStringLiteral("Use")));
-    EXPECT_TRUE(reads(view(), QStringLiteral("Near-best accuracy, smaller & faster to download ·\u00a0"
-                                             "574\u00a0MB")));
+    EXPECT_TRUE(
+        reads(view(), QStringLiteral("Near-best accuracy, smaller & faster to download ·\u00a0"
+                                     "574\u00a0MB")));
 }
 
 TEST_F(SettingsViewTest, AmpersandInALabelIsNoAccessKey) {
