@@ -13,6 +13,9 @@ public:
     StatusTray &operator=(const StatusTray &) = delete;
     virtual ~StatusTray() = default;
 
+    /// Whether an item made now finds somebody to show it. An item must not be made before.
+    virtual bool hasHost() const = 0;
+
     /// Calls `handler` whenever the desktop's host for status items has come, gone or become
     /// another one, so that an item made for the former host no longer shows. Replaces an earlier
     /// handler.

@@ -61,7 +61,7 @@ void EngineSection::addStatus(WhisperEngine &engine) {
     text->setTextFormat(Qt::PlainText);
     text->setWordWrap(true);
     text->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    text->setAlignment(Qt::AlignTrailing | Qt::AlignVCenter);
+    text->setAlignment(sideOf(Qt::AlignTrailing | Qt::AlignVCenter));
     auto *busy = new QProgressBar;
     busy->setRange(0, 0);
     busy->setTextVisible(false);

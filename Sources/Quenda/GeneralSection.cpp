@@ -2,6 +2,7 @@
 
 #include "Platform/Desktop.h"
 #include "Quenda/ProductSite.h"
+#include "Quenda/WrappingCheckBox.h"
 
 #include <QCheckBox>
 #include <QLabel>
@@ -12,7 +13,7 @@ namespace quenda {
 GeneralSection::GeneralSection(ConfigStore &store, LoginItem &loginItem, QWidget *parent)
     : SettingsSection(tr("General"), store, parent),
       m_loginItem(loginItem) {
-    m_launchAtLogin = new QCheckBox(tr("Launch at login"));
+    m_launchAtLogin = new WrappingCheckBox(tr("Launch at login"));
     connect(m_launchAtLogin, &QCheckBox::toggled, this, [this](bool on) {
         if (m_loginItem.setEnabled(on) == LoginItemOutcome::Refused)
             refreshLaunchAtLogin();

@@ -29,8 +29,13 @@ ModelRow::ModelRow(const WhisperModel &model, bool extra, QWidget *parent)
     auto *name = new QLabel(model.title);
     name->setTextFormat(Qt::PlainText);
     name->setWordWrap(true);
+    name->setAlignment(sideOf(Qt::AlignLeading | Qt::AlignVCenter));
     texts->addWidget(name);
-    const QString size = extra ? QString() : QStringLiteral(" · ") + sizeLabel(model.sizeMB);
+    QString size;
+    if (!extra) { // never parted from its unit at the end of a line
+        size = QStringLiteral("· ") + sizeLabel(model.sizeMB);
+        size = QLatin1Char(' ') + size.replace(QLatin1Char(' '), QChar::Nbsp);
+    }
     texts->addWidget(makeNote(model.detail + size, this));
     line->addLayout(texts, 1);
 

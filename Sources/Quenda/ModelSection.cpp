@@ -3,6 +3,7 @@
 #include "Platform/Desktop.h"
 #include "Platform/Scheduler.h"
 #include "Quenda/ConfigStore.h"
+#include "Quenda/FlowLayout.h"
 #include "Quenda/ModelCatalog.h"
 #include "Quenda/ModelRow.h"
 #include "Quenda/ProductSite.h"
@@ -39,8 +40,7 @@ ModelSection::ModelSection(ConfigStore &store, ModelDownloader &downloader, Work
                "folder to use it."));
 
     auto *row = new QWidget;
-    auto *line = new QHBoxLayout(row);
-    line->setContentsMargins(0, 0, 0, 0);
+    auto *line = new FlowLayout(row, false);
     auto *open = new QPushButton(tr("Open Models Folder"));
     open->setAutoDefault(false);
     connect(open, &QPushButton::clicked, this, [&workspace] {
@@ -55,7 +55,6 @@ ModelSection::ModelSection(ConfigStore &store, ModelDownloader &downloader, Work
     connect(browse, &QLabel::linkActivated, this,
             [&workspace](const QString &link) { workspace.open(QUrl(link)); });
     line->addWidget(open);
-    line->addStretch(1);
     line->addWidget(browse);
     addWide(row);
 

@@ -1,5 +1,7 @@
 #include "Quenda/PermissionRow.h"
 
+#include "Quenda/FlowLayout.h"
+#include "Quenda/SettingsForm.h"
 #include "Quenda/Symbols.h"
 
 #include <QHBoxLayout>
@@ -26,16 +28,14 @@ PermissionRow::PermissionRow(const QString &title, const QString &fixTitle, QWid
     m_detail = new QLabel;
     m_detail->setTextFormat(Qt::PlainText);
     m_detail->setWordWrap(true);
-    m_detail->setAlignment(Qt::AlignTrailing | Qt::AlignVCenter);
+    m_detail->setAlignment(sideOf(Qt::AlignTrailing | Qt::AlignVCenter));
     line->addWidget(m_mark);
     line->addWidget(name);
     line->addWidget(m_detail, 1);
     column->addLayout(line);
 
     m_buttons = new QWidget;
-    auto *buttons = new QHBoxLayout(m_buttons);
-    buttons->setContentsMargins(0, 0, 0, 0);
-    buttons->addStretch(1);
+    auto *buttons = new FlowLayout(m_buttons, true);
     const auto addButton = [&](const QString &text, const std::function<void()> &action) {
         auto *button = new QPushButton(text);
         button->setAutoDefault(false);

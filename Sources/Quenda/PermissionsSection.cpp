@@ -24,7 +24,7 @@ PermissionsSection::PermissionsSection(ConfigStore &store, Platform &platform,
     m_inputDevice = new QLabel;
     m_inputDevice->setTextFormat(Qt::PlainText);
     m_inputDevice->setWordWrap(true);
-    m_inputDevice->setAlignment(Qt::AlignTrailing | Qt::AlignVCenter);
+    m_inputDevice->setAlignment(sideOf(Qt::AlignTrailing | Qt::AlignVCenter));
     addRow(tr("Input device"), m_inputDevice);
 
     m_accessibility = new PermissionRow(tr("Accessibility"), tr("Fix Accessibility"));

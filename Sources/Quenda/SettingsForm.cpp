@@ -2,16 +2,19 @@
 
 #include "Quenda/ConfigStore.h"
 #include "Quenda/Symbols.h"
+#include "Quenda/WrappingCheckBox.h"
 
 #include <QCheckBox>
 #include <QComboBox>
 #include <QEvent>
 #include <QFormLayout>
 #include <QFrame>
+#include <QGuiApplication>
 #include <QLabel>
 #include <QLineEdit>
 #include <QSignalBlocker>
 #include <QSlider>
+#include <QStyle>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -22,7 +25,8 @@ namespace quenda {
 
 namespace {
 
-constexpr double kNoteSize = 0.88; // of the dialog font
+constexpr double kNoteSize = 0.88;        // of the dialog font
+constexpr int kWidestUnbrokenLabel = 170; // a longer one may take two lines
 
 // The card stands out from the window a little, in light and dark alike.
 class Card : public QFrame {
@@ -36,10 +40,15 @@ public:
 
 } // namespace
 
+Qt::Alignment sideOf(Qt::Alignment side) {
+    return QStyle::visualAlignment(QGuiApplication::layoutDirection(), side) | Qt::AlignAbsolute;
+}
+
 QLabel *makeNote(const QString &text, QWidget *parent) {
     auto *label = new QLabel(text, parent);
     label->setTextFormat(Qt::PlainText);
     label->setWordWrap(true);
+    label->setAlignment(sideOf(Qt::AlignLeading | Qt::AlignVCenter));
     label->setForegroundRole(QPalette::PlaceholderText);
     QFont font = label->font();
     font.setPointSizeF(std::max(1.0, font.pointSizeF() * kNoteSize));
@@ -67,6 +76,7 @@ SettingsSection::SettingsSection(const QString &title, ConfigStore &store, QWidg
     QFont font = header->font();
     font.setBold(true);
     header->setFont(font);
+    header->setAlignment(sideOf(Qt::AlignLeading | Qt::AlignVCenter));
     column->addWidget(header);
     auto *card = new Card(this);
     m_form = new QFormLayout(card);
@@ -102,10 +112,14 @@ void SettingsSection::onRefresh(std::function<void(const Config &)> refresher) {
 void SettingsSection::addRow(const QString &label, QWidget *control) {
     if (control->accessibleName().isEmpty())
         control->setAccessibleName(label);
-    auto *name = new QLabel(label);
+    // A label that belongs to a control would take an ampersand for the mark of an access key.
+    auto *name = new QLabel(QString(label).replace(QLatin1Char('&'), QLatin1String("&&")));
     name->setBuddy(control);
     name->setWordWrap(true);
+    name->setMinimumWidth(
+        std::min(name->fontMetrics().horizontalAdvance(label) + 1, kWidestUnbrokenLabel));
     m_form->addRow(name, control);
+    name->setAlignment(sideOf(Qt::AlignLeading | Qt::AlignVCenter));
 }
 
 void SettingsSection::addWide(QWidget *widget) {
@@ -148,7 +162,7 @@ QComboBox *SettingsSection::addPicker(const QString &label, const std::vector<Ch
 }
 
 QCheckBox *SettingsSection::addToggle(const QString &label, bool Config::*field) {
-    auto *toggle = new QCheckBox(label);
+    auto *toggle = new WrappingCheckBox(label);
     connect(toggle, &QCheckBox::toggled, this, [this, field](bool on) {
         m_store.update([&](Config &config) { config.*field = on; });
     });
@@ -191,7 +205,7 @@ void SettingsSection::addSlider(const QString &label, double Config::*field, Ran
     auto *value = new QLabel;
     const int needed = value->fontMetrics().horizontalAdvance(format(range.to)) + 4;
     value->setFixedWidth(std::max(valueWidth, needed));
-    value->setAlignment(Qt::AlignTrailing | Qt::AlignVCenter);
+    value->setAlignment(sideOf(Qt::AlignTrailing | Qt::AlignVCenter));
     line->addWidget(slider, 1);
     line->addWidget(value);
     row->setFocusProxy(slider);

@@ -23,6 +23,9 @@ class ConfigStore;
 
 /// A label for explanations: small, wrapped, in the muted text colour.
 QLabel *makeNote(const QString &text, QWidget *parent);
+/// The alignment as the window is laid out, whichever way a label's own letters run: in a
+/// right-to-left window a device's Latin name stands where the other values stand.
+Qt::Alignment sideOf(Qt::Alignment side);
 /// A symbol at the text's height, in a given colour, as a label.
 QLabel *makeSymbol(const QString &name, const QColor &color, const QString &accessibleName,
                    QWidget *parent);

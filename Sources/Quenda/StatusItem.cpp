@@ -31,6 +31,8 @@ StatusItem::~StatusItem() {
 
 void StatusItem::makeItem() {
     m_item.reset(); // the former one must be gone before its host sees the new one
+    if (!m_tray.hasHost())
+        return;
     m_item = std::make_unique<QSystemTrayIcon>();
     m_item->setToolTip(QStringLiteral("Quenda"));
     m_item->setContextMenu(&m_menu);
@@ -52,6 +54,8 @@ void StatusItem::setRecording(bool recording) {
 }
 
 void StatusItem::applyIcon() {
+    if (!m_item)
+        return;
     m_item->setIcon(m_recording ? symbolIcon(QStringLiteral("mic.fill"), kSystemRed)
                                 : symbolIcon(QStringLiteral("mic"), statusAreaColor()));
 }

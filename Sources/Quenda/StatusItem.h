@@ -24,6 +24,8 @@ public:
     /// Shows the red, filled microphone while recording, the plain one otherwise.
     void setRecording(bool recording);
     bool isRecording() const { return m_recording; }
+    /// Whether there is an icon for a host to show.
+    bool isMade() const { return m_item != nullptr; }
 
 private:
     void makeItem();

@@ -27,6 +27,7 @@ StepRow::StepRow(int number, const QString &title, const QString &detail, QWidge
     texts->setSpacing(2);
     auto *name = new QLabel(title);
     name->setWordWrap(true);
+    name->setAlignment(sideOf(Qt::AlignLeading | Qt::AlignVCenter));
     texts->addWidget(name);
     if (!detail.isEmpty())
         texts->addWidget(makeNote(detail, this));

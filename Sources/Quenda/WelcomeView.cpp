@@ -59,6 +59,7 @@ void WelcomeView::addHeading() {
     font.setBold(true);
     heading->setFont(font);
     heading->setAlignment(Qt::AlignCenter);
+    heading->setWordWrap(true);
     layout()->addWidget(heading);
     auto *line = new QLabel(tr("Fast, private dictation. Three quick steps and you're talking."));
     line->setAlignment(Qt::AlignCenter);

@@ -10,6 +10,7 @@
 
 #include <QApplication>
 #include <QSettings>
+#include <QTranslator>
 
 int main(int argc, char **argv) {
     quenda::prepareApplication();
@@ -19,6 +20,10 @@ int main(int argc, char **argv) {
     QApplication::setApplicationName(QStringLiteral("Quenda"));
     QApplication::setDesktopFileName(QStringLiteral("org.quenda.Quenda"));
     QApplication::setQuitOnLastWindowClosed(false);
+    // A build for another system than the texts in the code name brings that system's words.
+    QTranslator words;
+    if (words.load(QStringLiteral(":/wording/platform.qm")))
+        QCoreApplication::installTranslator(&words);
 
     quenda::Platform platform = quenda::createPlatform();
     quenda::TimerScheduler scheduler;

@@ -10,6 +10,7 @@ import time
 from pathlib import Path
 from typing import Optional
 
+from cloud_service import cloud_settings
 from dictation import Dictation, measure
 from isolation import isolate
 from virtual_desktop import QUENDA_BINARY, RECOGNISER, VirtualDesktop
@@ -26,11 +27,16 @@ def parse() -> argparse.Namespace:
     what.add_argument("--wav", type=Path, metavar="FILE", help="play FILE instead of speaking")
     parser.add_argument("--engine", type=Path, metavar="PATH", help="the whisper-server to use")
     parser.add_argument("--model", type=Path, metavar="FILE", help="its model file")
+    parser.add_argument("--provider", choices=("local", "custom"), default="local",
+                        help="who transcribes: the program's own engine, or the same recogniser "
+                        "as a cloud service that wants a key (default: %(default)s)")
     parser.add_argument("--shots", type=Path, metavar="DIR", help="write screenshots there")
     parser.add_argument("--json", type=Path, metavar="FILE", help="write the result there")
     options = parser.parse_args()
     if (options.engine is None) != (options.model is None):
         parser.error("--engine and --model go together")
+    if options.provider != "local" and options.engine:
+        parser.error("--engine is for --provider local")
     for file in (options.wav, options.engine, options.model):
         if file is not None and not file.is_file():
             parser.error(f"there is no file {file}")
@@ -51,16 +57,23 @@ def run(options: argparse.Namespace) -> Dictation:
                 desktop.screenshot(shots / name)
 
         editor = desktop.open_editor()
-        quenda = desktop.start_quenda(
-            engine=(options.engine or RECOGNISER).resolve(),
-            model=options.model.resolve() if options.model else None, relay=True, trace=True)
+        if options.provider == "custom":
+            service = desktop.start_cloud_service()
+            quenda = desktop.start_quenda(engine=desktop.folder / "no-engine", trace=True,
+                                          settings=cloud_settings(), answers=service.answers_file)
+        else:
+            quenda = desktop.start_quenda(
+                engine=(options.engine or RECOGNISER).resolve(),
+                model=options.model.resolve() if options.model else None, relay=True, trace=True)
         if options.wav:
             wav = desktop.folder / "played.wav"
             subprocess.run(["sox", str(options.wav.resolve()), "-r", "48000", "-c", "2", str(wav)],
                            check=True, stdin=subprocess.DEVNULL)
         else:
             wav = desktop.speech(options.text)
-        quenda.wait_for_log("engine: Ready", seconds=180)
+        quenda.wait_for_log(
+            "engine: Ready" if options.provider == "local" else "app: launched Quenda",
+            seconds=180)
         editor.focus()
         shoot("ready.png")
         result = measure(desktop, quenda, editor, wav,

@@ -25,6 +25,7 @@ class Quenda:
     settings  further settings
     controls  variables for the recogniser, see SphinxWhisperServer.cpp
     relay     whether a relay stands before the engine and notes what it answered
+    answers   where a relay of the test's own notes answers, in place of that
     trace     whether the program writes its milestones
     """
 
@@ -32,11 +33,11 @@ class Quenda:
                  engine: Path, model: Optional[Path] = None,
                  settings: Optional[dict[str, Any]] = None,
                  controls: Optional[dict[str, str]] = None, relay: bool = False,
-                 trace: bool = False) -> None:
+                 answers: Optional[Path] = None, trace: bool = False) -> None:
         self.folder = folder
         folder.mkdir()
         self.controls_file = folder / "controls"
-        self.relay_file = folder / "relay.jsonl"
+        self.relay_file = answers or folder / "relay.jsonl"
         self.trace_file = folder / "trace"
         self.data = folder / "data" / "Quenda"
         self.log_file = folder / "state" / "Quenda" / "quenda.log"

@@ -19,6 +19,7 @@ from pathlib import Path
 from types import TracebackType
 from typing import Any, Optional, Union
 
+from cloud_service import CloudService
 from editor import Editor
 from keyboard import Keyboard
 from quenda_program import Quenda
@@ -162,6 +163,10 @@ class VirtualDesktop:
                         **options)
         self._programs.append(quenda)
         return quenda
+
+    def start_cloud_service(self) -> CloudService:
+        """A transcription service on loopback, see CloudService."""
+        return CloudService(self.start, self.environment, self.folder / "cloud", RECOGNISER)
 
     # Speech and clipboard
 

@@ -35,7 +35,9 @@ public:
     void setHostChangedHandler(std::function<void()> handler) override {
         hostChanged = std::move(handler);
     }
+    bool hasHost() const override { return host; }
     std::function<void()> hostChanged;
+    bool host = true;
 };
 
 class FakeLoginItem final : public LoginItem {

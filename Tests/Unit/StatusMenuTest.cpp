@@ -1,6 +1,7 @@
 // The status menu: its entries, the status line for every state, the hint and the history.
 
 #include "Fakes/ControllerFixture.h"
+#include "Quenda/StatusItem.h"
 
 #include <QAction>
 #include <QMenu>
@@ -226,6 +227,24 @@ TEST_F(StatusMenu, ItemIsMadeAnewWhenTheHostChanges) {
     EXPECT_TRUE(controller->statusItemShowsRecording());
     releaseKey();
     EXPECT_FALSE(controller->statusItemShowsRecording());
+}
+
+TEST_F(StatusMenu, ItemIsMadeOnlyWhileThereIsAHost) {
+    fakes::FakeStatusTray tray;
+    tray.host = false;
+    QMenu menu;
+    StatusItem item(menu, tray);
+    EXPECT_FALSE(item.isMade());
+    item.setRecording(true);
+    tray.hostChanged();
+    EXPECT_FALSE(item.isMade());
+    tray.host = true;
+    tray.hostChanged();
+    EXPECT_TRUE(item.isMade());
+    EXPECT_TRUE(item.isRecording());
+    tray.host = false;
+    tray.hostChanged();
+    EXPECT_FALSE(item.isMade());
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "Platform/Linux/X11DesktopWatch.h"
 
+#include "Platform/Linux/X11Windows.h"
+
 #include <QByteArray>
 #include <QGuiApplication>
 #include <QMetaObject>
@@ -19,17 +21,6 @@ using ReplyPtr = std::unique_ptr<Reply, decltype(&std::free)>;
 template <typename Reply>
 ReplyPtr<Reply> owned(Reply *reply) {
     return {reply, &std::free};
-}
-
-// The screen that DISPLAY names, as in ":0.1"; the first one otherwise.
-int screenNumber() {
-    char *host = nullptr;
-    int display = 0;
-    int screen = 0;
-    if (!xcb_parse_display(nullptr, &host, &display, &screen))
-        return 0;
-    std::free(host);
-    return screen;
 }
 
 xcb_window_t rootOf(xcb_connection_t *connection, int number) {
@@ -59,7 +50,7 @@ std::unique_ptr<X11DesktopWatch> X11DesktopWatch::create() {
 }
 
 X11DesktopWatch::X11DesktopWatch(xcb_connection_t *connection) {
-    const int screen = screenNumber();
+    const int screen = x11::screenNumber();
     m_root = rootOf(connection, screen);
     const auto selection = askAtom(connection, "_NET_WM_CM_S" + QByteArray::number(screen));
     const auto stacking = askAtom(connection, "_NET_CLIENT_LIST_STACKING");

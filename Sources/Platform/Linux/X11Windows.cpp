@@ -123,4 +123,14 @@ void activate(QWindow *window) {
     xcb_flush(server);
 }
 
+int screenNumber() {
+    char *host = nullptr;
+    int display = 0;
+    int screen = 0;
+    if (!xcb_parse_display(nullptr, &host, &display, &screen))
+        return 0;
+    std::free(host);
+    return screen;
+}
+
 } // namespace quenda::x11

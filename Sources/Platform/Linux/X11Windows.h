@@ -18,4 +18,7 @@ void cutCorners(QWindow *window, int radius, bool visibly);
 /// prevention lets pass: the person's key press or click went to another program.
 void activate(QWindow *window);
 
+/// The screen that $DISPLAY names, as 1 in ":0.1"; 0 where it names none.
+int screenNumber();
+
 } // namespace quenda::x11

@@ -190,6 +190,7 @@ private:
 // The menu bar is always there.
 class BridgedStatusTray final : public StatusTray {
 public:
+    bool hasHost() const override { return true; }
     void setHostChangedHandler(std::function<void()>) override {}
 };
 
