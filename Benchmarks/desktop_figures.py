@@ -159,7 +159,7 @@ def idle(programs: Path, quick: bool) -> list[Figure]:
             if turn == launches - 1:
                 time.sleep(settle)
                 memory = _memory(quenda.process.pid)
-                wakeups = [_wakeups(quenda.process.pid, seconds) for _ in range(2)]
+                wakeups = [_wakeups(quenda.process.pid, seconds)]
             quenda.terminate()
             quenda.wait_until_engine_gone()
     yardstick = "empty Qt tray program"
@@ -183,8 +183,8 @@ def _printed(desktop: VirtualDesktop, *command: str) -> dict[str, float]:
 
 
 def pill(programs: Path, quick: bool) -> list[Figure]:
-    program, runs = str(programs / "pill-bench"), 2 if quick else 5
-    seconds = "3" if quick else "6"
+    program, runs = str(programs / "pill-bench"), 2 if quick else 4
+    seconds = "3" if quick else "5"
     with VirtualDesktop() as desktop:
         running, bare, hidden, shows = [], [], [], []
         for _ in range(runs):

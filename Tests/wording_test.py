@@ -17,7 +17,6 @@ from typing import Optional
 LUPDATE, LRELEASE, SOURCES, CATALOGUE = sys.argv[1:5]
 
 FOREIGN = re.compile(r"Mac|macOS|System Settings|Option|Command|Globe|[⌥⌘⌃🌐]|Library/Logs|brew")
-# A literal that a person could read; "⌥" and its like are never anything else.
 LITERAL = re.compile(r'"((?:[^"\\]|\\.)*)"')
 
 Texts = dict[tuple[str, str], Optional[str]]

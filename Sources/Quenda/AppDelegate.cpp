@@ -30,7 +30,7 @@ AppDelegate::AppDelegate(Environment environment, QObject *parent)
     m_store = std::make_unique<ConfigStore>();
     m_hotkey = std::make_unique<HotkeyMonitor>(*platform.keyTaps, m_env.scheduler);
     m_recorder = std::make_unique<AudioRecorder>(*platform.audioInput);
-    m_downloader = std::make_unique<ModelDownloader>(m_env.http);
+    m_downloader = std::make_unique<ModelDownloader>(m_env.http, m_env.modelBaseUrl);
     m_indicator = std::make_unique<RecordingIndicator>(m_env.scheduler, *platform.workspace);
     m_updateChecker = std::make_unique<UpdateChecker>(
         UpdateChecker::Environment{m_env.http, m_env.scheduler, m_env.defaults, *platform.bundle});

@@ -13,6 +13,7 @@
 #include "Quenda/ConfigStore.h"
 #include "Quenda/HotkeyMonitor.h"
 #include "Quenda/Observable.h"
+#include "Quenda/ProductSite.h"
 #include "Quenda/RecordingIndicator.h"
 #include "Quenda/TextInjector.h"
 #include "Quenda/UpdateChecker.h"
@@ -49,8 +50,9 @@ public:
         Platform &platform;
         Scheduler &scheduler;
         HttpClient &http;
-        QSettings &defaults;             ///< the user defaults
-        std::function<void()> terminate; ///< ends the program through its normal termination
+        QSettings &defaults;                  ///< the user defaults
+        std::function<void()> terminate;      ///< ends the program through its normal termination
+        QString modelBaseUrl = kModelBaseUrl; ///< what stands before a model's file name
     };
 
     /// The settings whose change restarts the local engine.

@@ -26,7 +26,7 @@ namespace quenda {
 namespace {
 
 constexpr double kNoteSize = 0.88;        // of the dialog font
-constexpr int kWidestUnbrokenLabel = 170; // a longer one may take two lines
+constexpr int kWidestUnbrokenLabel = 200; // a longer one may take two lines
 
 // The card stands out from the window a little, in light and dark alike.
 class Card : public QFrame {

@@ -5,6 +5,7 @@
 #include "Quenda/AppDelegate.h"
 #include "Quenda/Log.h"
 #include "Quenda/NetworkHttpClient.h"
+#include "Quenda/ProductSite.h"
 #include "Quenda/Symbols.h"
 #include "Quenda/TimerScheduler.h"
 
@@ -29,8 +30,11 @@ int main(int argc, char **argv) {
     quenda::TimerScheduler scheduler;
     quenda::NetworkHttpClient http;
     QSettings defaults;
+    // For tests: where models come from instead, a server of the test's own.
+    const QString modelBaseUrl =
+        qEnvironmentVariable("QUENDA_MODEL_BASE_URL", quenda::kModelBaseUrl);
     quenda::AppDelegate delegate(
-        {platform, scheduler, http, defaults, [] { QCoreApplication::exit(0); }});
+        {platform, scheduler, http, defaults, [] { QCoreApplication::exit(0); }, modelBaseUrl});
     QObject::connect(&application, &QCoreApplication::aboutToQuit, &delegate,
                      &quenda::AppDelegate::applicationWillTerminate);
     QMetaObject::invokeMethod(&delegate, &quenda::AppDelegate::applicationDidFinishLaunching,

@@ -27,13 +27,16 @@ class Quenda:
     relay     whether a relay stands before the engine and notes what it answered
     answers   where a relay of the test's own notes answers, in place of that
     trace     whether the program writes its milestones
+    first_launch  whether it has never run before, and so shows the welcome window
+    variables further variables of its environment
     """
 
     def __init__(self, start: Start, environment: dict[str, str], folder: Path, *, binary: Path,
                  engine: Path, model: Optional[Path] = None,
                  settings: Optional[dict[str, Any]] = None,
                  controls: Optional[dict[str, str]] = None, relay: bool = False,
-                 answers: Optional[Path] = None, trace: bool = False) -> None:
+                 answers: Optional[Path] = None, trace: bool = False, first_launch: bool = False,
+                 variables: Optional[dict[str, str]] = None) -> None:
         self.folder = folder
         folder.mkdir()
         self.controls_file = folder / "controls"
@@ -52,16 +55,16 @@ class Quenda:
         (self.data / "config.json").write_text(json.dumps({
             "whisperServerPath": str(engine), "modelPath": str(model), "serverPort": PORT,
             "checkForUpdates": False, **(settings or {})}), encoding="utf-8")
-        # The welcome window is not what is looked at here.
         (config_home / "Quenda").mkdir(parents=True)
-        (config_home / "Quenda" / "Quenda.conf").write_text("[General]\nhasSeenWelcome=true\n",
-                                                            encoding="utf-8")
+        if not first_launch:
+            (config_home / "Quenda" / "Quenda.conf").write_text(
+                "[General]\nhasSeenWelcome=true\n", encoding="utf-8")
         self.control(**(controls or {}))
         self._environment = environment | {
             "XDG_DATA_HOME": str(folder / "data"), "XDG_STATE_HOME": str(folder / "state"),
             "XDG_CONFIG_HOME": str(config_home), "XDG_CACHE_HOME": str(folder / "cache"),
             "SPHINX_CONTROL": str(self.controls_file),
-        }
+        } | (variables or {})
         if trace:
             self._environment["QUENDA_TRACE"] = str(self.trace_file)
         self.started_ns = now_ns()

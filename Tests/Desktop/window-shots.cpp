@@ -92,6 +92,10 @@ protected:
                 continue;
             int width = widget->sizeHint().width();
             int height = widget->sizeHint().height();
+            if (button && button->hasHeightForWidth()) {
+                width = widget->minimumSizeHint().width();
+                height = widget->heightForWidth(widget->width());
+            }
             if (label && label->wordWrap()) {
                 width = widget->minimumSizeHint().width();
                 height = widget->heightForWidth(widget->width());
@@ -152,6 +156,7 @@ TEST_P(WindowShots, SettingsWithEverythingShown) {
 
 TEST_P(WindowShots, SettingsWithWarning) {
     Config config = Config::defaults();
+    config.language = QStringLiteral("auto");
     config.modelPath = Config::modelsDir() + QStringLiteral("/ggml-base.en.bin");
     writeConfig(config);
     touch(config.modelPath);
