@@ -95,8 +95,8 @@ private:
     void handleUnexpectedExit(int status);
     void unloadIfIdle();
     void releaseProcess();
-    void waitThenTranscribe(Samples samples, std::chrono::milliseconds deadline,
-                            Completion completion);
+    void waitThenTranscribe(const Samples &samples, std::chrono::milliseconds deadline,
+                            const Completion &completion);
     void performTranscription(const std::vector<float> &samples, Completion completion);
 
     Environment m_env;

@@ -49,8 +49,8 @@ void WhisperEngine::transcribe(std::vector<float> samples, Completion completion
     }
 }
 
-void WhisperEngine::waitThenTranscribe(Samples samples, std::chrono::milliseconds deadline,
-                                       Completion completion) {
+void WhisperEngine::waitThenTranscribe(const Samples &samples, std::chrono::milliseconds deadline,
+                                       const Completion &completion) {
     m_env.scheduler.after(kWaitInterval, this, [=, this] {
         switch (state().kind) {
         case State::Kind::ready:
