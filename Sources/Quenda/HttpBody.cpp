@@ -8,7 +8,7 @@
 namespace quenda {
 
 namespace {
-constexpr qint64 kProgressIntervalMs = 100; // a bar 90 points wide needs no more
+constexpr int kProgressIntervalMs = 100; // a bar 90 points wide needs no more
 }
 
 Result<bool> MemoryBody::begin(int, qint64 announced) {
@@ -30,7 +30,16 @@ void MemoryBody::end(bool, std::function<void(const Failure &)> done) {
 
 SinkBody::SinkBody(std::unique_ptr<DownloadSink> sink, HttpClient::DownloadProgress progress)
     : m_sink(std::move(sink)),
-      m_progress(std::move(progress)) {}
+      m_progress(std::move(progress)) {
+    // What arrived during the pause is told at its end, so that a bar does not stand behind while
+    // the server does.
+    m_pause.setSingleShot(true);
+    m_pause.setInterval(kProgressIntervalMs);
+    QObject::connect(&m_pause, &QTimer::timeout, &m_pause, [this] {
+        if (m_reported != m_received)
+            report();
+    });
+}
 
 SinkBody::~SinkBody() = default;
 
@@ -52,16 +61,19 @@ qint64 SinkBody::room() const {
 Failure SinkBody::add(const QByteArray &bytes) {
     m_received += bytes.size();
     m_writer->write(bytes);
-    if (m_progress &&
-        (!m_sinceProgress.isValid() || m_sinceProgress.elapsed() >= kProgressIntervalMs ||
-         m_received == m_announced)) {
-        m_sinceProgress.start();
-        m_progress(m_received, m_announced);
-    }
+    if (m_progress && (!m_pause.isActive() || m_received == m_announced))
+        report();
     return std::nullopt;
 }
 
+void SinkBody::report() {
+    m_reported = m_received;
+    m_pause.start();
+    m_progress(m_received, m_announced);
+}
+
 void SinkBody::end(bool complete, std::function<void(const Failure &)> done) {
+    m_pause.stop();
     if (m_writer) {
         m_writer->end(complete, std::move(done));
         return;

@@ -4,7 +4,7 @@
 
 #include "Quenda/HttpClient.h"
 
-#include <QElapsedTimer>
+#include <QTimer>
 
 #include <limits>
 
@@ -63,11 +63,14 @@ public:
     void end(bool complete, std::function<void(const Failure &)> done) override;
 
 private:
+    void report();
+
     std::unique_ptr<DownloadSink> m_sink;
     std::unique_ptr<DownloadWriter> m_writer;
     HttpClient::DownloadProgress m_progress;
-    QElapsedTimer m_sinceProgress;
+    QTimer m_pause; ///< between two reports of progress
     qint64 m_received = 0;
+    qint64 m_reported = 0;
     qint64 m_announced = -1;
 };
 

@@ -120,6 +120,18 @@ TEST_F(HttpDownloadTest, ProgressIsToldTenTimesASecondAtMost) {
     EXPECT_LE(steps.size(), time.elapsed() / 100 + 2); // the first, the last and those between
 }
 
+TEST_F(HttpDownloadTest, WhatCameBeforeAStallIsTold) {
+    server.handler = [](QTcpSocket &socket, const TestHttpServer::Request &) {
+        socket.write("HTTP/1.1 200 OK\r\nContent-Length: 2000000\r\n\r\n" +
+                     QByteArray(1'000'000, 'x'));
+    };
+    HttpRequest request = get(server.url());
+    request.timeout = 800ms;
+    expectError(download(request).error, HttpError::TimedOut);
+    ASSERT_FALSE(steps.isEmpty());
+    EXPECT_EQ(steps.last(), qMakePair(qint64(1'000'000), qint64(2'000'000)));
+}
+
 TEST_F(HttpDownloadTest, AnUnknownLengthIsToldAsSuch) {
     server.answerRaw(
         "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n");
