@@ -157,7 +157,10 @@ class Recogniser(unittest.TestCase):
         relay = self.start(command=[sys.executable, str(RELAY), str(RECOGNISER), str(record)],
                            ANSWER_DELAY_MS="300")
         heard = self.transcript(self.wav)
-        noted = json.loads(record.read_text(encoding="utf-8"))
+        # The relay hands the answer on first, so that its own writing delays nothing.
+        noted = json.loads(wait_until(
+            lambda: record.exists() and record.read_text(encoding="utf-8").rstrip("\n"),
+            "the relay's note"))
         self.assertEqual((noted["status"], noted["text"]), (200, heard))
         self.assertGreater(noted["answered_ns"] - noted["asked_ns"], 300_000_000)
         children = Path(f"/proc/{relay.pid}/task/{relay.pid}/children").read_text().split()

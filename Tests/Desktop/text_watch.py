@@ -25,7 +25,9 @@ def main() -> None:
         if application is None or wanted not in (application.get_name() or "").lower():
             return
         kind = "delete" if ":delete" in event.type else "insert"
-        print(seen, kind, json.dumps(str(event.any_data)), flush=True)
+        text = str(event.any_data)
+        if text:  # emptying a document is told as an insertion of nothing, too
+            print(seen, kind, json.dumps(text), flush=True)
 
     listener = Atspi.EventListener.new(changed)
     for kind in ("insert", "delete"):
