@@ -12,12 +12,18 @@ import sys
 
 _MARK = "QUENDA_DESKTOP_ISOLATED"
 
+# Where the disk is mounted that is soon full, for those who want one.
+SMALL_DISK = "/mnt"
+SMALL_DISK_BYTES = 2 << 20
+
 # Everything that needs a capability, before the program proper starts without any.
 _PREPARE = """
 set -e
 mkdir -p -m 1777 /tmp/.X11-unix
 mount -t tmpfs -o mode=1777 tmpfs /tmp/.X11-unix
 ip link set lo up
+small_disk=$1; shift
+[ "$small_disk" = 0 ] || mount -t tmpfs -o "mode=1777,size=$small_disk" tmpfs /mnt
 exec "$@"
 """
 
@@ -28,8 +34,11 @@ def _user_namespaces_work(options: list[str]) -> bool:
                           check=False).returncode == 0
 
 
-def isolate() -> None:
-    """Returns inside the namespaces; outside it never returns."""
+def isolate(small_disk: bool = False) -> None:
+    """Returns inside the namespaces; outside it never returns.
+
+    small_disk  whether SMALL_DISK is to be an empty disk of SMALL_DISK_BYTES
+    """
     if os.environ.pop(_MARK, None):
         return
     # Root plays an ordinary user, as the programs expect to be run by one.
@@ -48,4 +57,4 @@ def isolate() -> None:
     sys.stdout.flush()
     os.execvp("unshare", ["unshare", *options, "--pid", "--net", "--mount", "--ipc",
                           "--mount-proc", "--fork", "--kill-child", shell, "-c", _PREPARE, shell,
-                          *drop, sys.executable, *sys.argv])
+                          str(SMALL_DISK_BYTES if small_disk else 0), *drop, sys.executable, *sys.argv])

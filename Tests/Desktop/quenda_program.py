@@ -8,6 +8,7 @@ from pathlib import Path
 from typing import Any, Callable, Optional
 
 from processes import is_alive, running, wait_until_gone
+from stalls import Stall, read_stalls
 from waiting import now_ns, wait_until
 
 Start = Callable[..., subprocess.Popen]
@@ -42,6 +43,7 @@ class Quenda:
         self.controls_file = folder / "controls"
         self.relay_file = answers or folder / "relay.jsonl"
         self.trace_file = folder / "trace"
+        self.stalls_file = folder / "stalls.jsonl"
         self.data = folder / "data" / "Quenda"
         self.log_file = folder / "state" / "Quenda" / "quenda.log"
         config_home = folder / "config"
@@ -63,7 +65,7 @@ class Quenda:
         self._environment = environment | {
             "XDG_DATA_HOME": str(folder / "data"), "XDG_STATE_HOME": str(folder / "state"),
             "XDG_CONFIG_HOME": str(config_home), "XDG_CACHE_HOME": str(folder / "cache"),
-            "SPHINX_CONTROL": str(self.controls_file),
+            "SPHINX_CONTROL": str(self.controls_file), "QUENDA_STALLS": str(self.stalls_file),
         } | (variables or {})
         if trace:
             self._environment["QUENDA_TRACE"] = str(self.trace_file)
@@ -129,6 +131,10 @@ class Quenda:
         except FileNotFoundError:
             return []
         return [json.loads(line) for line in lines]
+
+    def stalls(self, since_ns: int = 0) -> Optional[list[Stall]]:
+        """The main thread's stalls, in order; nothing if this build does not watch it."""
+        return read_stalls(self.stalls_file, since_ns)
 
     def engine_log(self) -> str:
         """What the running engine printed."""
