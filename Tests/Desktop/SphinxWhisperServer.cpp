@@ -32,6 +32,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace quenda::desktop {
 namespace {
@@ -66,6 +67,13 @@ milliseconds controlledDelay(const std::string &name) {
     int value = 0;
     std::from_chars(text.data(), text.data() + text.size(), value);
     return milliseconds(std::max(value, 0));
+}
+
+int loudest(const std::vector<std::int16_t> &samples) {
+    int most = 0;
+    for (const int sample : samples)
+        most = std::max(most, std::abs(sample));
+    return most;
 }
 
 std::string jsonObject(const QString &key, const QJsonValue &value) {
@@ -161,7 +169,8 @@ private:
 
         const std::lock_guard<std::mutex> oneAtATime(m_inference);
         const auto begun = Clock::now();
-        std::printf("inference begins\n");
+        std::printf("inference begins: %zu ms, loudest sample %d\n", samples->size() / 16,
+                    loudest(*samples));
         std::fflush(stdout);
         const std::string mode = control("ANSWER");
         if (mode == "crash")

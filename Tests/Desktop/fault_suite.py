@@ -40,10 +40,11 @@ from dictation import hold_and_speak
 from isolation import isolate
 from quenda_program import Quenda
 from stalls import Stall, longest
+from status_item import StatusItem, has_host, start_panel, titles
 from virtual_desktop import VirtualDesktop
 from waiting import now_ns, wait_until
 
-GROUPS = ("engine",)
+GROUPS = ("engine", "sound", "microphone", "keys")
 
 # Beyond the waits that are asked for and those for a processor; see Stall.own.
 MOST_STALL_MS = 100.0
@@ -93,10 +94,14 @@ class Scene:
     """What a fault happens in."""
 
     desktop: VirtualDesktop
+    full_length: bool = False  # whether what is shortened for every day is to last
     quenda: Quenda = field(init=False)
     _options: Optional[dict[str, Any]] = None
 
     def __post_init__(self) -> None:
+        self._bus = self.desktop.environment["DBUS_SESSION_BUS_ADDRESS"]
+        start_panel(self.desktop.start, self.desktop.home)
+        wait_until(lambda: has_host(self._bus), "the panel to show items")
         self.editor = self.desktop.open_editor()
         self._changes = 0
         self._log_lines = 0
@@ -151,6 +156,16 @@ class Scene:
         self.desktop.keyboard.tap(keys.RETURN)
         wait_until(lambda: not self.desktop.find_window(title), "the end of the alert")
         self.editor.focus()
+
+    def history(self) -> list[str]:
+        """The recent dictations in the program's menu, the newest first."""
+        item = StatusItem(self._bus, self.quenda.process.pid)
+        try:
+            item.wait_until_shown()
+            recent = item.open(item.entry("Recent Dictations").id)
+            return titles(recent)[:-2]  # less the line and “Clear History”
+        finally:
+            item.close()
 
     # What is expected
 
@@ -238,10 +253,10 @@ def run_fault(scene: Scene, wanted: Fault, fresh: bool) -> Outcome:
     return outcome
 
 
-def run_group(group: str, wanted: list[Fault]) -> list[Outcome]:
+def run_group(group: str, wanted: list[Fault], full_length: bool) -> list[Outcome]:
     outcomes: list[Outcome] = []
     with VirtualDesktop() as desktop:
-        scene = Scene(desktop)
+        scene = Scene(desktop, full_length)
         for one in wanted:
             print(f"{group}: {one.name} …", file=sys.stderr, flush=True)
             outcomes.append(run_fault(scene, one, bool(outcomes) and not outcomes[-1].passed))
@@ -269,6 +284,8 @@ def parse() -> tuple[list[str], argparse.Namespace]:
         "want of a processor), what goes wrong is told, and the next dictation works.")
     parser.add_argument("names", metavar="NAME", nargs="*",
                         help="a group, or part of a fault's name; all if none is given")
+    parser.add_argument("--full", action="store_true",
+                        help="let last what is shortened otherwise, as a minute of key presses")
     parser.add_argument("--list", action="store_true", help="only name the faults")
     arguments = parser.parse_args()
     return [name.replace("_", " ").lower() for name in arguments.names], arguments
@@ -281,7 +298,7 @@ def main() -> int:
     for group in GROUPS:
         importlib.import_module(f"faults_{group}")
     chosen = {group: [one for one in _faults[group] if not names or group in names
-                      or any(name in one.name for name in names)] for group in GROUPS}
+                      or any(name in one.name.lower() for name in names)] for group in GROUPS}
     if not any(chosen.values()):
         print("no such fault; scripts/faults --list names them", file=sys.stderr)
         return 2
@@ -294,7 +311,7 @@ def main() -> int:
     outcomes: list[Outcome] = []
     for group, wanted in chosen.items():
         if wanted:
-            outcomes += run_group(group, wanted)
+            outcomes += run_group(group, wanted, arguments.full)
     print_table(outcomes)
     failed = sum(not outcome.passed for outcome in outcomes)
     print(f"{len(outcomes)} faults, {failed} not as expected")

@@ -35,16 +35,20 @@ class Sound:
         self._environment = environment
         self._modules: dict[str, str] = {}
         self._keeper: Optional[subprocess.Popen] = None
-        self.server = start(
+        self.start_server()
+
+    def start_server(self) -> None:
+        """Starts the sound server, anew if it was killed, with the one microphone."""
+        self.let_idle()
+        self._modules.clear()
+        self.server = self._start(
             ["pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "--disallow-exit",
              "--use-pid-file=no", "--log-target=stderr", "--log-level=error",
              "--load=module-native-protocol-unix",
              f"--load=module-null-sink sink_name={self.SINK} rate=48000 channels=2 "
              "sink_properties=device.description=Speech"], "pulseaudio")
         wait_until(lambda: self._pactl("info", check=False) is not None, "the sound server")
-        self.add_microphone("microphone", "Virtual Microphone")
-        self.set_default("microphone")
-        self.keep_running("microphone")
+        self.plug_in("microphone", "Virtual Microphone")
 
     def _pactl(self, *arguments: str, check: bool = True) -> Optional[str]:
         result = subprocess.run(["pactl", *arguments], env=self._environment, text=True,
@@ -55,12 +59,26 @@ class Sound:
             return None
         return result.stdout.strip()
 
-    def add_microphone(self, name: str, description: str) -> None:
-        """A further source that hears the sink."""
+    def add_microphone(self, name: str, description: str, *options: str) -> None:
+        """A further source that hears the sink; `options` are module-remap-source's."""
         self._modules[name] = self._pactl(
             "load-module", "module-remap-source", f"master={self.SINK}.monitor",
             f"source_name={name}",
-            f"source_properties=\"device.description='{description}'\"") or ""
+            f"source_properties=\"device.description='{description}'\"", *options) or ""
+
+    def plug_in(self, name: str, description: str, *options: str) -> None:
+        """A further microphone, in use from now on."""
+        self.add_microphone(name, description, *options)
+        self.set_default(name)
+        self.keep_running(name)
+
+    def format(self, name: str) -> str:
+        """The source's own format, as the server tells it: "s16le 2ch 48000Hz"."""
+        for line in (self._pactl("list", "short", "sources") or "").splitlines():
+            fields = line.split("\t")
+            if fields[1] == name:
+                return fields[3]
+        return ""
 
     def remove_microphone(self, name: str) -> None:
         self._pactl("unload-module", self._modules.pop(name))
