@@ -40,11 +40,12 @@ from dictation import hold_and_speak
 from isolation import isolate
 from quenda_program import Quenda
 from stalls import Stall, longest
-from status_item import StatusItem, has_host, start_panel, titles
+from status_item import StatusItem, has_host, named, start_panel, titles
 from virtual_desktop import VirtualDesktop
 from waiting import now_ns, wait_until
 
-GROUPS = ("engine", "sound", "microphone", "keys")
+GROUPS = ("engine", "answers", "installation", "network",
+          "sound", "microphone", "keys", "desktop", "ending")
 
 # Beyond the waits that are asked for and those for a processor; see Stall.own.
 MOST_STALL_MS = 100.0
@@ -105,6 +106,15 @@ class Scene:
         self.editor = self.desktop.open_editor()
         self._changes = 0
         self._log_lines = 0
+        self._at_end: list[Callable[[], Any]] = []
+
+    def on_end(self, action: Callable[[], Any]) -> None:
+        """What is to be done when this fault is over, after the next dictation."""
+        self._at_end.append(action)
+
+    def finish(self) -> None:
+        while self._at_end:
+            self._at_end.pop()()
 
     # The program
 
@@ -112,8 +122,9 @@ class Scene:
         """Ends the program, if one runs, and starts it anew with the given options."""
         self.end()
         self.quenda = self.desktop.start_quenda(**options)
-        self._options = options
+        self._options = None
         self._log_lines = 0
+        self.quenda.wait_for_log("app: launched Quenda")
         if ready:
             self.quenda.wait_until_ready()
         return self.quenda
@@ -132,8 +143,7 @@ class Scene:
         options = wanted.fixed_options | made
         running = self._options is not None and self.quenda.process.poll() is None
         if fresh or wanted.fresh or made or not running or options != self._options:
-            ready = options.pop("ready", True)
-            self.start(ready, **options)
+            self.start(**options)
             self._options = None if made else options
         self.mark()
 
@@ -167,6 +177,24 @@ class Scene:
         finally:
             item.close()
 
+    def menu_titles(self) -> list[str]:
+        """What the program's menu holds."""
+        item = StatusItem(self._bus, self.quenda.process.pid)
+        try:
+            item.wait_until_shown()
+            return [entry.title for entry in item.open() if entry.visible]
+        finally:
+            item.close()
+
+    def choose_in_menu(self, title: str) -> None:
+        """Opens the program's menu and clicks an entry."""
+        item = StatusItem(self._bus, self.quenda.process.pid)
+        try:
+            item.wait_until_shown()
+            item.click(named(item.open(), title))
+        finally:
+            item.close()
+
     # What is expected
 
     @staticmethod
@@ -190,6 +218,21 @@ class Scene:
         line = self.expect_log("dictation: failed after ", seconds)
         self.check(message in line, f"“{message}” is not what was told: {line}")
         self.dismiss_alert()
+
+    def failure(self) -> str:
+        """The description of the dictation that failed since the fault began."""
+        [line] = self.logged("dictation: failed after ")
+        return line.partition(" — ")[2]
+
+    def memory_mb(self) -> float:
+        """The most resident memory that the program ever had."""
+        status = Path(f"/proc/{self.quenda.process.pid}/status").read_text()
+        [peak] = [line for line in status.splitlines() if line.startswith("VmHWM:")]
+        return int(peak.split()[1]) / 1024
+
+    def expect_status(self, title: str, seconds: float = 10.0) -> None:
+        """The first line of the program's menu, where its state is told."""
+        wait_until(lambda: title in self.menu_titles(), f"“{title}” in the menu", seconds, 0.1)
 
     def inserted(self) -> list[str]:
         """The texts that the document took in since the fault began."""
@@ -237,6 +280,8 @@ def run_fault(scene: Scene, wanted: Fault, fresh: bool) -> Outcome:
         traceback.print_exc()
         scene.desktop.print_logs()
         outcome = Outcome(wanted, f"{type(error).__name__}: {error}", False)
+    finally:
+        scene.finish()
     stalls: list[Stall] = []
     for quenda in scene.desktop.programs:
         found = quenda.stalls(since)
@@ -307,7 +352,7 @@ def main() -> int:
             for one in wanted:
                 print(f"{group:10}{one.name:45}{one.expectation}")
         return 0
-    isolate(small_disk=True)
+    isolate(faults=True)
     outcomes: list[Outcome] = []
     for group, wanted in chosen.items():
         if wanted:

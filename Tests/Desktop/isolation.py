@@ -9,12 +9,19 @@ import os
 import shutil
 import subprocess
 import sys
+from pathlib import Path
+
+from waiting import wait_until
 
 _MARK = "QUENDA_DESKTOP_ISOLATED"
 
-# Where the disk is mounted that is soon full, for those who want one.
-SMALL_DISK = "/mnt"
+# What a suite of faults has besides: a disk that is soon full, the system's files that tell names
+# of hosts, to be changed at will, and the network, to be switched off and on.
+SMALL_DISK = Path("/mnt")
 SMALL_DISK_BYTES = 2 << 20
+_CONTROLS = Path("/srv")
+HOSTS_FILE = _CONTROLS / "hosts"
+_NETWORK_PIPE = _CONTROLS / "network"
 
 # Everything that needs a capability, before the program proper starts without any.
 _PREPARE = """
@@ -22,8 +29,18 @@ set -e
 mkdir -p -m 1777 /tmp/.X11-unix
 mount -t tmpfs -o mode=1777 tmpfs /tmp/.X11-unix
 ip link set lo up
-small_disk=$1; shift
-[ "$small_disk" = 0 ] || mount -t tmpfs -o "mode=1777,size=$small_disk" tmpfs /mnt
+[ -z "$QUENDA_FAULTS" ] || {
+  mount -t tmpfs -o "mode=1777,size=$QUENDA_FAULTS" tmpfs /mnt
+  mount -t tmpfs -o mode=1777 tmpfs /srv
+  printf '127.0.0.1 localhost\n' >/srv/hosts
+  printf 'nameserver 192.0.2.1\n' >/srv/resolv.conf
+  chmod 666 /srv/hosts
+  mount --bind /srv/hosts /etc/hosts
+  mount --bind /srv/resolv.conf /etc/resolv.conf
+  mkfifo -m 622 /srv/network
+  while read -r state </srv/network; do ip link set lo "$state"; done &
+}
+unset QUENDA_FAULTS
 exec "$@"
 """
 
@@ -34,11 +51,19 @@ def _user_namespaces_work(options: list[str]) -> bool:
                           check=False).returncode == 0
 
 
-def isolate(small_disk: bool = False) -> None:
-    """Returns inside the namespaces; outside it never returns.
+def switch_network(on: bool) -> None:
+    """Takes the only network there is away, or brings it back."""
+    _NETWORK_PIPE.write_text("up\n" if on else "down\n")
+    def is_on() -> bool:
+        listed = subprocess.run(["ip", "-o", "link", "show", "lo"], capture_output=True, text=True,
+                                stdin=subprocess.DEVNULL, check=True).stdout
+        return "UP" in listed.partition("<")[2].partition(">")[0].split(",")
+    wait_until(lambda: is_on() == on, "the switch of the network")
 
-    small_disk  whether SMALL_DISK is to be an empty disk of SMALL_DISK_BYTES
-    """
+
+def isolate(faults: bool = False) -> None:
+    """Returns inside the namespaces; outside it never returns. `faults`: with SMALL_DISK,
+    HOSTS_FILE and switch_network()."""
     if os.environ.pop(_MARK, None):
         return
     # Root plays an ordinary user, as the programs expect to be run by one.
@@ -54,7 +79,7 @@ def isolate(small_disk: bool = False) -> None:
     path = os.environ.get("PATH", "")
     os.environ["PATH"] = f"{path}:/usr/sbin:/sbin"  # ip lives there
     os.environ[_MARK] = "1"
+    os.environ["QUENDA_FAULTS"] = str(SMALL_DISK_BYTES) if faults else ""
     sys.stdout.flush()
     os.execvp("unshare", ["unshare", *options, "--pid", "--net", "--mount", "--ipc",
-                          "--mount-proc", "--fork", "--kill-child", shell, "-c", _PREPARE, shell,
-                          str(SMALL_DISK_BYTES if small_disk else 0), *drop, sys.executable, *sys.argv])
+                          "--mount-proc", "--fork", "--kill-child", shell, "-c", _PREPARE, shell, *drop, sys.executable, *sys.argv])
