@@ -306,7 +306,11 @@ def run_group(group: str, wanted: list[Fault], full_length: bool) -> list[Outcom
             print(f"{group}: {one.name} …", file=sys.stderr, flush=True)
             outcomes.append(run_fault(scene, one, bool(outcomes) and not outcomes[-1].passed))
             desktop.programs[:] = [q for q in desktop.programs if q.process.poll() is None]
-        scene.end()
+        try:
+            scene.end()
+        except Exception as error:
+            outcomes[-1].passed = False
+            outcomes[-1].seen += f"; {error}"
     return outcomes
 
 
