@@ -157,7 +157,8 @@ def stand_before(engine: str, arguments: list[str],
         except ConnectionRefusedError:
             time.sleep(0.005)
 
-    listener = socket.create_server(("127.0.0.1", port), reuse_port=True)
+    # Every address of this desktop: a cloud service is reached over its network.
+    listener = socket.create_server(("", port), reuse_port=True)
     while True:
         client, _ = listener.accept()
         threading.Thread(target=serve, args=(client, engine_port), daemon=True).start()

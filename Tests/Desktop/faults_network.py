@@ -5,7 +5,7 @@ from typing import Any
 
 from cloud_service import PORT, CloudService, cloud_settings
 from fault_suite import Scene, fault
-from isolation import HOSTS_FILE, switch_network
+from isolation import HOSTS_FILE, NETWORK_ADDRESS, switch_network
 from proxy import REFUSAL, Proxy
 
 HOST = "speech.example"
@@ -14,7 +14,7 @@ ANSWERED = "Custom (OpenAI-compatible) request failed (HTTP {})."
 
 
 def know_host(known: bool) -> None:
-    HOSTS_FILE.write_text("127.0.0.1 localhost\n" + (f"127.0.0.1 {HOST}\n" if known else ""))
+    HOSTS_FILE.write_text("127.0.0.1 localhost\n" + (f"{NETWORK_ADDRESS} {HOST}\n" if known else ""))
 
 
 _services: dict[int, CloudService] = {}
@@ -96,7 +96,7 @@ def service_that_fails(scene: Scene) -> str:
 @fault("an alert", options=cloud_behind_proxy)
 def proxy_not_there(scene: Scene) -> str:
     scene.dictate()
-    scene.expect_alert("roxy")
+    scene.expect_alert("Connection refused")
     scene.expect_nothing_inserted()
     scene.on_end(Proxy(PROXY_PORT, ("127.0.0.1", PORT)).stop)
     return f"alert “{scene.failure()}”"

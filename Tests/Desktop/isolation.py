@@ -15,16 +15,19 @@ from waiting import wait_until
 
 _MARK = "QUENDA_DESKTOP_ISOLATED"
 
-# What a suite of faults has besides: a disk that is soon full, the system's files that tell names
-# of hosts, to be changed at will, and the network, to be switched off and on.
+# What a suite of faults has besides: a disk that is soon full, the system's file that tells names
+# of hosts, to be changed at will, a pkill that takes its time, as long as told, and a network, to
+# be switched off and on.
 SMALL_DISK = Path("/mnt")
 SMALL_DISK_BYTES = 2 << 20
 _CONTROLS = Path("/srv")
 HOSTS_FILE = _CONTROLS / "hosts"
+PKILL_SECONDS_FILE = _CONTROLS / "pkill-seconds"
+NETWORK_ADDRESS = "10.99.0.1"
 _NETWORK_PIPE = _CONTROLS / "network"
 
 # Everything that needs a capability, before the program proper starts without any.
-_PREPARE = """
+_PREPARE = r"""
 set -e
 mkdir -p -m 1777 /tmp/.X11-unix
 mount -t tmpfs -o mode=1777 tmpfs /tmp/.X11-unix
@@ -37,8 +40,19 @@ ip link set lo up
   chmod 666 /srv/hosts
   mount --bind /srv/hosts /etc/hosts
   mount --bind /srv/resolv.conf /etc/resolv.conf
+  mkdir /srv/real
+  cp -L /usr/bin/pkill /srv/real/pkill
+  printf '0\n' >/srv/pkill-seconds
+  chmod 666 /srv/pkill-seconds
+  printf '#!/bin/sh\nread -r seconds </srv/pkill-seconds\n[ "$seconds" = 0 ] || sleep "$seconds"\n' >/srv/pkill
+  printf 'exec /srv/real/pkill "$@"\n' >>/srv/pkill
+  chmod 755 /srv/pkill
+  mount --bind /srv/pkill /usr/bin/pkill
   mkfifo -m 622 /srv/network
-  while read -r state </srv/network; do ip link set lo "$state"; done &
+  exec 3<>/srv/network # for both ways, so that nobody who opens it waits and it never ends
+  ip address add 10.99.0.1/32 dev lo
+  while read -r change <&3; do ip address "$change" 10.99.0.1/32 dev lo || true; done &
+  exec 3<&-
 }
 unset QUENDA_FAULTS
 exec "$@"
@@ -52,18 +66,19 @@ def _user_namespaces_work(options: list[str]) -> bool:
 
 
 def switch_network(on: bool) -> None:
-    """Takes the only network there is away, or brings it back."""
-    _NETWORK_PIPE.write_text("up\n" if on else "down\n")
+    """Takes NETWORK_ADDRESS away, so that there is no way to it, or brings it back."""
     def is_on() -> bool:
-        listed = subprocess.run(["ip", "-o", "link", "show", "lo"], capture_output=True, text=True,
-                                stdin=subprocess.DEVNULL, check=True).stdout
-        return "UP" in listed.partition("<")[2].partition(">")[0].split(",")
-    wait_until(lambda: is_on() == on, "the switch of the network")
+        return f" {NETWORK_ADDRESS}/" in subprocess.run(
+            ["ip", "-o", "address", "show", "lo"], capture_output=True, text=True,
+            stdin=subprocess.DEVNULL, check=True).stdout
+    if is_on() != on:
+        _NETWORK_PIPE.write_text("add\n" if on else "del\n")
+        wait_until(lambda: is_on() == on, "the switch of the network")
 
 
 def isolate(faults: bool = False) -> None:
     """Returns inside the namespaces; outside it never returns. `faults`: with SMALL_DISK,
-    HOSTS_FILE and switch_network()."""
+    HOSTS_FILE, PKILL_SECONDS_FILE and switch_network()."""
     if os.environ.pop(_MARK, None):
         return
     # Root plays an ordinary user, as the programs expect to be run by one.

@@ -35,6 +35,7 @@ class Quenda:
     controls  variables for the recogniser, see SphinxWhisperServer.cpp
     relay     whether a relay stands before the engine and notes what it answered
     before    another program that stands before the engine, called as the relay is
+    prepare   called with this object before the program starts
     folders   where its data, log, settings and cache folders lie, if not with the others of its own
     answers   where a relay of the test's own notes answers, in place of that
     trace     whether the program writes its milestones
@@ -47,6 +48,7 @@ class Quenda:
                  settings: Optional[dict[str, Any]] = None,
                  controls: Optional[dict[str, str]] = None, relay: bool = False,
                  before: Optional[Path] = None, folders: Optional[dict[str, Path]] = None,
+                 prepare: Callable[["Quenda"], None] = lambda _: None,
                  answers: Optional[Path] = None, trace: bool = False, first_launch: bool = False,
                  variables: Optional[dict[str, str]] = None) -> None:
         self.folder = folder
@@ -82,6 +84,7 @@ class Quenda:
         } | (variables or {})
         if trace:
             self._environment["QUENDA_TRACE"] = str(self.trace_file)
+        prepare(self)
         self.started_ns = now_ns()
         self.process = start([str(binary)], folder.name, env=self._environment,
                              cwd=str(folder))
