@@ -7,6 +7,7 @@ from cloud_service import PORT, CloudService, cloud_settings
 from fault_suite import Scene, fault
 from isolation import HOSTS_FILE, NETWORK_ADDRESS, switch_network
 from proxy import REFUSAL, Proxy
+from waiting import wait_until
 
 HOST = "speech.example"
 PROXY_PORT = 8711
@@ -62,8 +63,12 @@ def network_gone(scene: Scene) -> str:
 
 @fault("the words come when it is back", options=cloud)
 def network_gone_for_two_seconds_while_it_waits(scene: Scene) -> str:
-    service(scene).control(ANSWER_DELAY_MS="1000")
+    def inferences() -> int:
+        return (scene.desktop.logs / "cloud-service.log").read_text().count("inference begins")
+    service(scene).control(ANSWER_DELAY_MS="1500")
+    begun = inferences()
     scene.dictate()
+    wait_until(lambda: inferences() > begun, "the inference")
     scene.on_end(lambda: switch_network(True))
     switch_network(False)
     time.sleep(2)
