@@ -147,7 +147,7 @@ class Quenda:
 
     def stalls(self, since_ns: int = 0) -> Optional[list[Stall]]:
         """The main thread's stalls, in order; nothing if this build does not watch it."""
-        return read_stalls(self.stalls_file, since_ns)
+        return read_stalls(self.stalls_file, since_ns, self.process.poll() == 0)
 
     def engine_log(self) -> str:
         """What the running engine printed."""

@@ -32,8 +32,12 @@ class Stall:
                                        else "")
 
 
-def read_stalls(file: Path, since_ns: int = 0) -> Optional[list[Stall]]:
-    """The stalls that ended after `since_ns`, in order; nothing if nobody watches."""
+def read_stalls(file: Path, since_ns: int = 0, has_ended: bool = False) -> Optional[list[Stall]]:
+    """The stalls that ended after `since_ns`, in order; nothing if nobody watches.
+
+    has_ended  whether the program has ended, and well: what its main thread has not come back from
+               is its end
+    """
     try:
         lines = file.read_text(encoding="utf-8").splitlines()
     except FileNotFoundError:
@@ -45,6 +49,8 @@ def read_stalls(file: Path, since_ns: int = 0) -> Optional[list[Stall]]:
         except ValueError:
             continue  # is being written
         start = noted["start_ns"]
+        if has_ended and not noted["over"]:
+            continue
         length = noted["length_ms"] if noted["over"] else (now_ns() - start) / 1e6
         found[start] = Stall(start, length, noted["cpu_ms"], noted["queued_ms"],
                              noted["pkill_ms"])
