@@ -44,8 +44,10 @@ ip link set lo up
   cp -L /usr/bin/pkill /srv/real/pkill
   printf '0\n' >/srv/pkill-seconds
   chmod 666 /srv/pkill-seconds
-  printf '#!/bin/sh\nread -r seconds </srv/pkill-seconds\n[ "$seconds" = 0 ] || sleep "$seconds"\n' >/srv/pkill
-  printf 'exec /srv/real/pkill "$@"\n' >>/srv/pkill
+  {
+    printf '#!/bin/sh\nread -r seconds </srv/pkill-seconds\n'
+    printf '[ "$seconds" = 0 ] || sleep "$seconds"\nexec /srv/real/pkill "$@"\n'
+  } >/srv/pkill
   chmod 755 /srv/pkill
   mount --bind /srv/pkill /usr/bin/pkill
   mkfifo -m 622 /srv/network
