@@ -1,5 +1,7 @@
 #include "Platform/Linux/LinuxLoginItem.h"
 
+#include "AutostartEntry.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -66,13 +68,7 @@ LoginItemOutcome LinuxLoginItem::setEnabled(bool enabled) {
     QSaveFile entry(entryPath());
     if (!entry.open(QIODevice::WriteOnly))
         return LoginItemOutcome::Refused;
-    const QString text = QStringLiteral("[Desktop Entry]\n"
-                                        "Type=Application\n"
-                                        "Name=Quenda\n"
-                                        "Comment=Dictate into any text field\n"
-                                        "Icon=org.quenda.Quenda\n"
-                                        "Exec=%1\n"
-                                        "Terminal=false\n")
+    const QString text = QString::fromUtf16(kAutostartEntry)
                              .arg(quotedForExec(QCoreApplication::applicationFilePath()));
     entry.write(text.toUtf8());
     return entry.commit() ? LoginItemOutcome::Done : LoginItemOutcome::Refused;
