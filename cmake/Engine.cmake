@@ -91,11 +91,10 @@ elseif(QUENDA_WHISPER_SOURCE OR QUENDA_BUILD_WHISPER)
         BINARY_DIR ${PROJECT_BINARY_DIR}/whisper/build
         CMAKE_ARGS ${engine_arguments} ${QUENDA_WHISPER_ARGUMENTS}
         BUILD_COMMAND ${CMAKE_COMMAND} --build <BINARY_DIR> --target whisper-server
-        BUILD_BYPRODUCTS ${PROJECT_BINARY_DIR}/whisper/build/bin/whisper-server
-        INSTALL_COMMAND ${CMAKE_COMMAND} -E make_directory ${engine_folder}
+            COMMAND ${CMAKE_COMMAND} -E make_directory ${engine_folder}
             COMMAND ${CMAKE_COMMAND} -E copy <BINARY_DIR>/bin/whisper-server ${engine_server}
-        INSTALL_BYPRODUCTS ${engine_server}
-        TEST_COMMAND "" USES_TERMINAL_BUILD ON)
+        BUILD_BYPRODUCTS ${engine_server}
+        INSTALL_COMMAND "" TEST_COMMAND "" USES_TERMINAL_BUILD ON)
     add_dependencies(quenda_engine quenda_whisper)
     list(APPEND QUENDA_ENGINE_FILES ${engine_server})
 endif()
@@ -119,7 +118,7 @@ if(NOT APPLE) # where the bundle takes the files in, see Sources/CMakeLists.txt
             foreach(folder \"${QUENDA_WHISPER_SOURCE}\" \"${PROJECT_BINARY_DIR}/whisper/src/quenda_whisper\")
                 if(EXISTS \"\${folder}/LICENSE\")
                     file(INSTALL \"\${folder}/LICENSE\" RENAME copyright.whisper.cpp
-                        DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DOCDIR}\")
+                        DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/doc/quenda\")
                     break()
                 endif()
             endforeach()")

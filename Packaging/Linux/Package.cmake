@@ -25,33 +25,32 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE ${release})
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Quenda team <team@quenda.example>")
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "dictation into any application by holding a key")
+set(engine "which is not part of this package,")
+if(QUENDA_ENGINE_FILES MATCHES whisper-server)
+    set(engine "which comes with this package,")
+endif()
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-"dictation into any application by holding a key
- Quenda sits in the status area and waits for one modifier key. Hold the key,
- speak, let go: what was said is recognised and pasted into the application
- that has the keyboard focus.
- .
- The recognition runs on this machine, by the server program of whisper.cpp,
- which is not part of this package, or at an OpenAI-compatible service of the
- user's choice.
- .
- Quenda needs an X11 session, and PulseAudio or PipeWire in its place.")
+"Quenda sits in the status area and waits for one modifier key. Hold the key,
+speak, let go: what was said is recognised and pasted into the application
+that has the keyboard focus.
+
+The recognition runs on this machine, by the server program of whisper.cpp,
+${engine} or at an OpenAI-compatible service of the
+user's choice.
+
+Quenda needs an X11 session, and PulseAudio or PipeWire in its place.")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # pkill ends engines that an earlier run left behind.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "procps")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "pulseaudio | pipewire-pulse, ca-certificates, xdg-utils")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "whisper.cpp")
+if(NOT QUENDA_ENGINE_FILES MATCHES whisper-server)
+    set(CPACK_DEBIAN_PACKAGE_SUGGESTS "whisper.cpp")
+endif()
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 # What only Debian wants, or wants elsewhere.
-set(CPACK_PROJECT_CONFIG_FILE "")
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/finish-deb.cmake)
 set(CPACK_QUENDA_DEBIAN ${CMAKE_CURRENT_SOURCE_DIR}/debian)
 set(CPACK_QUENDA_ZSH_COMPLETION_DIR ${QUENDA_ZSH_COMPLETION_DIR})
-
-if(QUENDA_ENGINE_FILES MATCHES whisper-server)
-    string(REPLACE ",\n which is not part of this package, or" ",\n which comes with this package, or"
-        CPACK_DEBIAN_PACKAGE_DESCRIPTION "${CPACK_DEBIAN_PACKAGE_DESCRIPTION}")
-    set(CPACK_DEBIAN_PACKAGE_SUGGESTS "")
-endif()
 include(CPack)

@@ -25,7 +25,7 @@ run(gzip -9 -n -f ${doc}/changelog ${doc}/changelog.Debian ${tree}/share/man/man
 
 # Debian's zsh looks for what packages bring in a folder of its own.
 set(zsh ${tree}/share/zsh/vendor-completions)
-if(NOT tree/${CPACK_QUENDA_ZSH_COMPLETION_DIR} STREQUAL zsh)
+if(NOT "${tree}/${CPACK_QUENDA_ZSH_COMPLETION_DIR}" STREQUAL "${zsh}")
     file(MAKE_DIRECTORY ${zsh})
     file(RENAME ${tree}/${CPACK_QUENDA_ZSH_COMPLETION_DIR}/_quenda ${zsh}/_quenda)
     file(REMOVE_RECURSE ${tree}/${CPACK_QUENDA_ZSH_COMPLETION_DIR})

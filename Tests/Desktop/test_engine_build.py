@@ -52,7 +52,7 @@ class Building(unittest.TestCase):
         self.assertEqual((prefix / VAD_MODEL).read_bytes(), b"a model")
         self.assertFalse(os.access(prefix / VAD_MODEL, os.X_OK))
         self.assertIn("licence of the engine",
-                      (prefix / "share/doc/Quenda/copyright.whisper.cpp").read_text())
+                      (prefix / "share/doc/quenda/copyright.whisper.cpp").read_text())
         # The program that was only built looks beside itself, too.
         self.assert_runs(self.project.build / SERVER)
 
