@@ -183,8 +183,8 @@ def main() -> None:
         subprocess.run([sys.executable, "-B", __file__, "--dictate", str(system.root)],
                        check=True, stdin=subprocess.DEVNULL)
         tell("it has dictated")
-        for how in ("remove", "purge"):
-            system.run("apt-get", how, "-y", "-qq", "quenda")
+        for how in ("--remove", "--purge"):
+            system.run("dpkg", how, "quenda")
             if system.files() != before:
                 sys.exit(f"try_package: after {how}: {sorted(system.files() ^ before)}")
         tell(f"it is removed: {len(installed - before)} of its files and folders are gone, the "
