@@ -9,14 +9,20 @@ function(run)
     execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
+# Without what only a debugger reads, the engine included (a given one may be a script).
+foreach(program ${tree}/bin/quenda ${tree}/${CPACK_QUENDA_RESOURCE_DIR}/bin/whisper-server)
+    if(EXISTS ${program})
+        file(READ ${program} magic LIMIT 4 HEX)
+        if(magic STREQUAL 7f454c46)
+            run(${CPACK_QUENDA_STRIP} --strip-unneeded --remove-section=.comment
+                --remove-section=.note ${program})
+        endif()
+    endif()
+endforeach()
+
 # The licence belongs into the file "copyright".
 file(REMOVE ${doc}/LICENSE)
 file(COPY_FILE ${CPACK_QUENDA_DEBIAN}/copyright ${doc}/copyright)
-if(EXISTS ${doc}/copyright.whisper.cpp)
-    file(READ ${doc}/copyright.whisper.cpp text)
-    file(APPEND ${doc}/copyright "\n----\nwhisper-server comes from whisper.cpp, under this licence:\n\n${text}")
-    file(REMOVE ${doc}/copyright.whisper.cpp)
-endif()
 
 file(RENAME ${doc}/CHANGELOG.md ${doc}/changelog)
 file(COPY_FILE ${CPACK_QUENDA_DEBIAN}/changelog ${doc}/changelog.Debian)
