@@ -6,12 +6,14 @@ the package there with all it depends on, dictates once with it, and removes it 
     try_package.py PACKAGE
 
 Needs root, and the network for the system's packages. The dictation itself has no network but a
-loopback, and nothing is mounted or running when the program ends, however that happens.
+loopback, and nothing is mounted, running or left in a folder when the program ends, whether it
+succeeds, fails or is interrupted.
 """
 
 import os
 import shlex
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -158,6 +160,7 @@ def main() -> None:
     if os.getuid() != 0:
         sys.exit("try_package: making a system needs root")
     os.umask(0o022)
+    signal.signal(signal.SIGTERM, lambda number, frame: sys.exit("try_package: interrupted"))
     began = time.monotonic()
 
     def tell(what: str) -> None:
