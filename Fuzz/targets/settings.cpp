@@ -57,6 +57,9 @@ QUENDA_FUZZ_TARGET(settings) {
         PROMISE(!decoded.error().localizedDescription.isEmpty());
     }
 
+    // The way through the file is a hundred times slower; one length in sixteen takes it.
+    if (input.size() % 16 != 0)
+        return;
     PROMISE(QDir().mkpath(Config::dataFolder()));
     QFile file(Config::configURL());
     PROMISE(file.open(QIODevice::WriteOnly) && file.write(input.data(), input.size()) >= 0);

@@ -33,7 +33,7 @@ QString timed(const QString &text, Filter filter) {
     const double before = processorSeconds();
     QString result = filter(text);
     const double spent = processorSeconds() - before;
-    // Ten times what the slowest pattern takes under the sanitizers.
+    // More than ten times what the slowest pattern takes under the sanitizers.
     const double allowed = 0.2 + 4e-6 * double(text.size());
     PROMISE_SHOWING(
         spent < allowed,
