@@ -11,6 +11,10 @@
 #include <QDir>
 #include <QFile>
 
+#include <memory>
+#include <optional>
+#include <vector>
+
 namespace {
 
 using quenda::WhisperEngine;
@@ -50,12 +54,14 @@ struct Bench {
     WhisperEngine engine{{store, scheduler, processes, http, bundle, {}}};
 };
 
+const auto kSamples = std::make_shared<const std::vector<float>>(1, 0.5F);
+
 quenda::Result<QString> resultOf(const QByteArray &answer) {
     static Bench &bench = *new Bench;
     std::optional<quenda::Result<QString>> result;
     int completions = 0;
     bench.http.exchanges.clear();
-    bench.engine.transcribe({0.5F}, [&](const quenda::Result<QString> &given) {
+    bench.engine.transcribe(kSamples, [&](const quenda::Result<QString> &given) {
         result = given;
         ++completions;
     });
