@@ -70,6 +70,18 @@ void obey(const CommandLine &line) {
     startOnce(std::get<StartProgram>(line));
 }
 
+QtMessageHandler usualMessages = nullptr;
+
+// Where Qt finds no display it aborts the process, with a page of hints for programmers.
+void endInstead(QtMsgType type, const QMessageLogContext &context, const QString &message) {
+    if (type == QtFatalMsg)
+        leaveWith(failureReport(
+            ExitCode::refused,
+            QCoreApplication::translate(
+                "main", "Quenda cannot open its windows: the display cannot be reached.")));
+    usualMessages(type, context, message);
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -77,7 +89,9 @@ int main(int argc, char **argv) {
     if (const Failure noWindows = prepareApplication())
         leaveWith(failureReport(ExitCode::refused, noWindows->localizedDescription));
     Folders::install(platformFolders());
+    usualMessages = qInstallMessageHandler(endInstead);
     QApplication application(argc, argv);
+    qInstallMessageHandler(nullptr);
     QApplication::setOrganizationName(QStringLiteral("Quenda"));
     QApplication::setApplicationName(QStringLiteral("Quenda"));
     QApplication::setDesktopFileName(QStringLiteral("org.quenda.Quenda"));
