@@ -4,6 +4,7 @@
 import signal
 import socket
 import subprocess
+import sys
 import time
 
 import dbus
@@ -16,6 +17,15 @@ from virtual_desktop import QUENDA_BINARY
 from waiting import wait_until
 
 NOWHERE = "unix:path=/nonexistent/bus"
+# A program that has the name and does none of what is asked of it.
+THIEF = """
+import dbus, dbus.mainloop.glib
+from gi.repository import GLib
+dbus.mainloop.glib.DBusGMainLoop(set_as_default=True)
+bus = dbus.SessionBus()
+bus.request_name("org.quenda.Quenda")
+GLib.MainLoop().run()
+"""
 PATIENCE = 6  # seconds until a command gives up, at most
 UNKNOWN = "org.freedesktop.DBus.Error.UnknownMethod"
 
@@ -111,9 +121,16 @@ class Hostile(CommandTest):
 
     # The bus
 
+    def test_a_silent_program_that_has_the_name(self) -> None:
+        self.bus().request_name(SERVICE)
+        outcome = self.command("status")
+        self.assert_outcome(outcome, REFUSED, "Another program has the name")
+        self.assertLess(outcome.seconds, PATIENCE)
+
     def test_a_name_that_another_program_has(self) -> None:
-        thief = self.bus()
-        thief.request_name(SERVICE)
+        thief = self.desktop.start([sys.executable, "-c", THIEF], "thief")
+        bus = self.bus()
+        wait_until(lambda: bus.name_has_owner(SERVICE), "the thief")
         self.assert_outcome(self.command("status"), REFUSED, "Another program has the name")
         quenda = self.start_quenda()
         quenda.wait_for_log("remote: another program has the bus name")
@@ -121,7 +138,8 @@ class Hostile(CommandTest):
             self.assert_outcome(self.command(*words), REFUSED, "Another program has the name")
         self.dictate()
         self.wait_for_transcript(quenda)
-        thief.release_name(SERVICE)
+        thief.kill()
+        thief.wait(5)
         self.assertEqual(self.status()["state"], "ready")
 
     def test_no_bus(self) -> None:

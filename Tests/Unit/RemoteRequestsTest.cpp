@@ -102,6 +102,7 @@ TEST_F(RemoteRequestsTest, TheKeyEndsWhatACommandBegan) {
     EXPECT_TRUE(controller->isDictating());
     releaseKey();
     EXPECT_FALSE(controller->isDictating());
+    answerTranscript(QStringLiteral("by both"));
     controller.reset();
 
     launchIn(ActivationMode::toggle);

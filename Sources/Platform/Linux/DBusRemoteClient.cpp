@@ -138,7 +138,7 @@ RemoteReply ask(const RemoteRequest &request) {
             bus.call(call(request), QDBus::Block, int(kAnswerPatience.count()));
         switch (heard(message, Clock::now() - asked)) {
         case Heard::Nothing:
-            return noAnswer();
+            return instanceExists() ? noAnswer() : foreign();
         case Heard::Something:
             if (message.type() == QDBusMessage::ReplyMessage)
                 return request.command == RemoteCommand::Quit ? waitForEnd(deadline)
