@@ -25,6 +25,7 @@ using namespace std::chrono_literals;
 
 constexpr auto kBusPatience = 1000ms;
 constexpr auto kAnswerPatience = 3000ms;
+constexpr auto kTimerSlack = 200ms; // a time-out may come a little early by another clock
 // A program that is starting, or ending: from the one lock to the other.
 constexpr auto kChangePatience = 6000ms;
 constexpr auto kLook = 25ms;
@@ -100,7 +101,7 @@ Heard heard(const QDBusMessage &message, Clock::duration waited) {
     case QDBusError::ServiceUnknown:
         return Heard::NobodyThere;
     case QDBusError::NoReply: // the bus says so, too, when the called program ends
-        return waited < kAnswerPatience ? Heard::NobodyThere : Heard::Nothing;
+        return waited < kAnswerPatience - kTimerSlack ? Heard::NobodyThere : Heard::Nothing;
     case QDBusError::Timeout:
     case QDBusError::TimedOut:
     case QDBusError::Disconnected:

@@ -141,9 +141,12 @@ bool DBusRemoteControl::handleMessage(const QDBusMessage &message,
         request = applicationRequest(message);
     else if (interface.isEmpty() || interface == QLatin1String(wire::kInterface))
         request = ownRequest(message);
-    if (!request)
-        return false; // Qt answers that there is no such method
-    const QDBusMessage reply = answer(message, *request);
+    else
+        return false; // Qt knows the bus's own interfaces
+    const QDBusMessage reply =
+        request ? answer(message, *request)
+                : message.createErrorReply(QDBusError::UnknownMethod,
+                                           QStringLiteral("No such method, action or signature"));
     if (message.isReplyRequired())
         connection.send(reply);
     return true;
