@@ -125,11 +125,11 @@ RemoteReply waitForEnd(Clock::time_point deadline) {
 }
 
 RemoteReply ask(const RemoteRequest &request) {
-    const std::optional<SessionBus> live = liveSessionBus(kBusPatience);
-    if (!live || !live->own)
+    const std::optional<SessionBus> found = findSessionBus(kBusPatience);
+    if (!found || !found->usable())
         return instanceExists() ? unreachable() : notRunning();
     const QDBusConnection bus =
-        QDBusConnection::connectToBus(live->address, QStringLiteral("quenda-command"));
+        QDBusConnection::connectToBus(found->address, QStringLiteral("quenda-command"));
     if (!bus.isConnected())
         return instanceExists() ? unreachable() : notRunning();
     const Clock::time_point deadline = Clock::now() + kChangePatience;

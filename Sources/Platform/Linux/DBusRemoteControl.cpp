@@ -102,8 +102,8 @@ void DBusRemoteControl::setHandler(Handler handler) {
 }
 
 void DBusRemoteControl::offer() {
-    const std::optional<SessionBus> live = liveSessionBus(kPatience);
-    if (live && live->own) {
+    const std::optional<SessionBus> found = findSessionBus(kPatience);
+    if (found && found->usable()) {
         QDBusConnection bus = QDBusConnection::sessionBus();
         m_offered =
             bus.isConnected() && bus.registerVirtualObject(QLatin1String(wire::kPath), this);

@@ -23,6 +23,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 
 namespace quenda {
 
@@ -50,7 +51,8 @@ Failure prepareApplication() {
                                            "Quenda needs a graphical session: neither DISPLAY nor "
                                            "WAYLAND_DISPLAY is set."));
     // A bus that takes connections but does not answer would hold up Qt, and the start, for good.
-    if (!liveSessionBus(kBusPatience))
+    const std::optional<SessionBus> bus = findSessionBus(kBusPatience);
+    if (bus && !bus->alive)
         qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
     return std::nullopt;
 }

@@ -11,11 +11,13 @@ namespace quenda {
 
 struct SessionBus {
     QString address;
-    bool own = false; ///< run by this process's own user
+    bool alive = false; ///< it has given a sign of life in time
+    bool own = false;   ///< run by this process's own user
+
+    bool usable() const { return alive && own; }
 };
 
-/// The session bus, if there is one on this machine and it gives a sign of life in time. Never
-/// starts one.
-std::optional<SessionBus> liveSessionBus(std::chrono::milliseconds patience);
+/// The session bus whose socket on this machine takes connections. Never starts one.
+std::optional<SessionBus> findSessionBus(std::chrono::milliseconds patience);
 
 } // namespace quenda
