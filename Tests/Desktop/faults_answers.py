@@ -66,15 +66,10 @@ def engine_that_announces_2_GB(scene: Scene) -> str:
     return lie(scene, TOO_LONG, HOSTILE="two_gigabytes_announced")
 
 
-@fault("an alert, or the words; memory bounded", before=HOSTILE)
-def engine_that_never_ends_its_head(scene: Scene) -> str:
-    return lie(scene, "", HOSTILE="two_gigabytes_of_head")
-
-
-@fault("the words of 12 MB come", before=HOSTILE)
-def engine_that_answers_very_much(scene: Scene) -> str:
-    scene.quenda.control(HOSTILE="mebibytes_of_words")
+@fault("the words in 9 MB of annotations come", before=HOSTILE)
+def engine_that_annotates_very_much(scene: Scene) -> str:
+    scene.quenda.control(HOSTILE="mebibytes_of_annotations")
     scene.dictate()
-    scene.expect_log("dictation: ", 60)
+    words = scene.expect_words()
     scene.quenda.control()
-    return scene.logged("dictation: ")[0]
+    return f"“{words}” came"

@@ -5,8 +5,6 @@ from dataclasses import dataclass
 from pathlib import Path
 from typing import Optional
 
-from waiting import now_ns
-
 
 @dataclass(frozen=True)
 class Stall:
@@ -48,12 +46,10 @@ def read_stalls(file: Path, since_ns: int = 0, has_ended: bool = False) -> Optio
             noted = json.loads(line)
         except ValueError:
             continue  # is being written
-        start = noted["start_ns"]
         if has_ended and not noted["over"]:
             continue
-        length = noted["length_ms"] if noted["over"] else (now_ns() - start) / 1e6
-        found[start] = Stall(start, length, noted["cpu_ms"], noted["queued_ms"],
-                             noted["pkill_ms"])
+        found[noted["start_ns"]] = Stall(noted["start_ns"], noted["length_ms"], noted["cpu_ms"],
+                                         noted["queued_ms"], noted["pkill_ms"])
     return [stall for stall in found.values() if stall.start_ns + stall.length * 1e6 >= since_ns]
 
 

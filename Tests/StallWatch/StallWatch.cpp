@@ -9,7 +9,8 @@
 //   cpu_ms     how long the main thread itself computed meanwhile
 //   queued_ms  how long it could have run, but the machine had no processor for it
 //   pkill_ms   how long it waited for pkill, which ends stale engines before one is started
-//   over       false in a line written while a long one still lasts; another follows when it ends
+//   over       false in a line written while a long one still lasts; another one follows
+// From the end of the event loop on nothing is measured.
 // The kernel's account of a thread is in /proc; where there is none, cpu_ms and queued_ms are 0.
 
 #include <QByteArray>
@@ -124,14 +125,14 @@ private:
         m_answered = false;
         m_unnamed = m_waited = {};
         QCoreApplication::postEvent(this, new QEvent(QEvent::User));
-        bool told = false;
+        Clock::duration tellAfter = kLongStall;
         Clock::time_point looked = asked;
         while (!m_changed.wait_for(lock, kLook, [this] { return m_answered || m_end; })) {
             const Clock::time_point now = Clock::now();
             noteChild(now - looked);
             looked = now;
-            if (!told && now - asked > kLongStall) {
-                told = true;
+            if (now - asked > tellAfter) {
+                tellAfter = 2 * (now - asked);
                 tell(asked, {now, Account::now(m_threadFolder)}, before, false);
             }
         }
@@ -192,7 +193,8 @@ void startWatching() {
     if (path.isEmpty())
         return;
     theWatch() = std::make_unique<StallWatch>(path);
-    qAddPostRoutine([] { theWatch().reset(); });
+    QObject::connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit,
+                     [] { theWatch().reset(); });
 }
 
 // Called by the application object when it is made, so that the program need not know of the watch.
