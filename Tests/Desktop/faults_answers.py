@@ -66,9 +66,9 @@ def engine_that_announces_2_GB(scene: Scene) -> str:
     return lie(scene, TOO_LONG, HOSTILE="two_gigabytes_announced")
 
 
-@fault("the words in 9 MB of annotations come", before=HOSTILE)
+@fault("the words in 2 MB of annotations come", before=HOSTILE)
 def engine_that_annotates_very_much(scene: Scene) -> str:
-    scene.quenda.control(HOSTILE="mebibytes_of_annotations")
+    scene.quenda.control(HOSTILE="megabytes_of_annotations")
     scene.dictate()
     words = scene.expect_words()
     scene.quenda.control()

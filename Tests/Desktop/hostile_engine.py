@@ -54,15 +54,15 @@ def drop_by_drop(client: socket.socket) -> None:
         time.sleep(0.01)
 
 
-def mebibytes_of_annotations(client: socket.socket) -> None:
-    body = b'{"text":"' + b"[a] (b)\\n" * (1 << 20) + b'the quick brown fox"}'
+def megabytes_of_annotations(client: socket.socket) -> None:
+    body = b'{"text":"' + b"[a] (b)\\n" * 220_000 + b'the quick brown fox"}'
     client.sendall(HEAD + b"Content-Length: %d\r\n\r\n" % len(body) + body)
 
 
 ANSWERS: dict[str, Callable[[socket.socket], None]] = {
     answer.__name__: answer for answer in (
         two_gigabytes_announced, two_gigabytes_unannounced, half, nothing,
-        bytes_that_are_not_http, drop_by_drop, mebibytes_of_annotations)}
+        bytes_that_are_not_http, drop_by_drop, megabytes_of_annotations)}
 
 
 def wanted() -> str:
