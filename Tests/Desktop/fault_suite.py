@@ -361,8 +361,9 @@ def main() -> int:
     names, arguments = parse()
     for group in GROUPS:
         importlib.import_module(f"faults_{group}")
+    parts = [name for name in names if name not in GROUPS]
     chosen = {group: [one for one in _faults[group] if not names or group in names
-                      or any(name in one.name.lower() for name in names)] for group in GROUPS}
+                      or any(part in one.name.lower() for part in parts)] for group in GROUPS}
     if not any(chosen.values()):
         print("no such fault; scripts/faults --list names them", file=sys.stderr)
         return 2
