@@ -370,7 +370,7 @@ def main() -> int:
     if arguments.list:
         for group, wanted in chosen.items():
             for one in wanted:
-                print(f"{group:10}{one.name:45}{one.expectation}")
+                print(f"{group:13}{one.name:48}{one.expectation}")
         return 0
     isolate(faults=True)
     outcomes: list[Outcome] = []
