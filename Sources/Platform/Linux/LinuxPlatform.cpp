@@ -7,9 +7,11 @@
 #include "Platform/Linux/LinuxSounds.h"
 #include "Platform/Linux/LinuxStatusTray.h"
 #include "Platform/Linux/LinuxWorkspace.h"
+#include "Platform/Linux/MicrophonePortal.h"
 #include "Platform/Linux/PulseAudioInput.h"
 #include "Platform/Linux/PulseConnection.h"
 #include "Platform/Linux/PulseMicrophonePermission.h"
+#include "Platform/Linux/Sandbox.h"
 #include "Platform/Linux/SyntheticKeys.h"
 #include "Platform/Linux/X11Accessibility.h"
 #include "Platform/Linux/X11KeyPoster.h"
@@ -18,8 +20,23 @@
 #include "Platform/Platform.h"
 
 #include <memory>
+#include <optional>
 
 namespace quenda {
+
+namespace {
+
+std::shared_ptr<MicrophonePortal> governingPortal() {
+    const std::optional<QString> application = sandboxedApplication();
+    if (!application)
+        return nullptr;
+    QByteArray bus = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    if (bus.isEmpty())
+        bus = "unix:path=" + qgetenv("XDG_RUNTIME_DIR") + "/bus";
+    return MicrophonePortal::create({*application, bus});
+}
+
+} // namespace
 
 void prepareApplication() {}
 
@@ -33,7 +50,8 @@ Platform createPlatform() {
     platform.keyPoster = std::make_unique<X11KeyPoster>(synthetic, pasteboard.get());
     platform.pasteboard = std::move(pasteboard);
     platform.accessibility = std::make_unique<X11Accessibility>();
-    platform.microphonePermission = std::make_unique<PulseMicrophonePermission>(sound);
+    platform.microphonePermission =
+        std::make_unique<PulseMicrophonePermission>(sound, governingPortal());
     platform.audioInput = std::make_unique<PulseAudioInput>(sound);
     platform.processes = std::make_unique<LinuxProcessRunner>();
     platform.sounds = std::make_unique<LinuxSounds>(sound);
