@@ -27,7 +27,8 @@ namespace quenda {
 
 namespace {
 
-constexpr int kWidestUnbrokenLabel = 200; // a longer one may take two lines
+constexpr int kWidestUnbrokenLabel = 200; // beside a control; a longer one may take two lines
+constexpr int kWidestLabel = 400;         // above a control
 
 // The card stands out from the window a little, in light and dark alike.
 class Card : public QFrame {
@@ -118,9 +119,16 @@ void SettingsSection::alignLabels(const std::vector<SettingsSection *> &sections
         for (const QLabel *label : section->m_labels)
             widest = std::max(widest, label->minimumWidth());
     }
-    if (widest >= kWidestUnbrokenLabel)
-        return;
     for (const SettingsSection *section : sections) {
+        if (widest >= kWidestUnbrokenLabel) {
+            section->m_form->setRowWrapPolicy(QFormLayout::WrapAllRows);
+            for (QLabel *label : section->m_labels)
+                label->setMinimumWidth(std::min(label->fontMetrics().horizontalAdvance(
+                                                    label->text().replace(u"&&"_qs, u"&"_qs)) +
+                                                    1,
+                                                kWidestLabel));
+            continue;
+        }
         for (QLabel *label : section->m_labels)
             label->setMinimumWidth(widest);
     }

@@ -38,8 +38,8 @@ public:
     /// not touched, so that typing, selection and input method stay.
     void refresh();
 
-    /// Gives the labels of all sections one width, so that the controls stand in one column; not
-    /// where letters are so large that labels take two lines.
+    /// Gives the labels of all sections one width, so that the controls stand in one column; where
+    /// letters are so large that labels would take two lines, each control stands below its label.
     static void alignLabels(const std::vector<SettingsSection *> &sections);
 
 protected:
