@@ -8,9 +8,11 @@
 #include "Platform/Linux/LinuxSounds.h"
 #include "Platform/Linux/LinuxStatusTray.h"
 #include "Platform/Linux/LinuxWorkspace.h"
+#include "Platform/Linux/MicrophonePortal.h"
 #include "Platform/Linux/PulseAudioInput.h"
 #include "Platform/Linux/PulseConnection.h"
 #include "Platform/Linux/PulseMicrophonePermission.h"
+#include "Platform/Linux/Sandbox.h"
 #include "Platform/Linux/SessionBus.h"
 #include "Platform/Linux/SyntheticKeys.h"
 #include "Platform/Linux/X11Accessibility.h"
@@ -35,6 +37,16 @@ constexpr std::chrono::milliseconds kBusPatience{500};
 bool needsDisplay() {
     const QByteArray plugin = qgetenv("QT_QPA_PLATFORM");
     return plugin.isEmpty() || plugin.startsWith("xcb") || plugin.startsWith("wayland");
+}
+
+std::shared_ptr<MicrophonePortal> governingPortal() {
+    const std::optional<QString> application = sandboxedApplication();
+    if (!application)
+        return nullptr;
+    QByteArray bus = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    if (bus.isEmpty())
+        bus = "unix:path=" + qgetenv("XDG_RUNTIME_DIR") + "/bus";
+    return MicrophonePortal::create({*application, bus});
 }
 
 } // namespace
@@ -67,7 +79,8 @@ Platform createPlatform() {
     platform.keyPoster = std::make_unique<X11KeyPoster>(synthetic, pasteboard.get());
     platform.pasteboard = std::move(pasteboard);
     platform.accessibility = std::make_unique<X11Accessibility>();
-    platform.microphonePermission = std::make_unique<PulseMicrophonePermission>(sound);
+    platform.microphonePermission =
+        std::make_unique<PulseMicrophonePermission>(sound, governingPortal());
     platform.audioInput = std::make_unique<PulseAudioInput>(sound);
     platform.processes = std::make_unique<LinuxProcessRunner>();
     platform.sounds = std::make_unique<LinuxSounds>(sound);
