@@ -134,8 +134,7 @@ Failure HttpExchange::replyFailure() const {
     const QNetworkReply::NetworkError error = m_reply->error();
     if (!isHttpAnswer(error, m_status.value_or(0))) {
         const bool tls = error == QNetworkReply::SslHandshakeFailedError && !m_tlsProblem.isEmpty();
-        return Error{QStringLiteral("QNetworkReply"), int(error),
-                     tls ? m_tlsProblem : m_reply->errorString()};
+        return libraryError(error, tls ? m_tlsProblem : m_reply->errorString());
     }
     if (!m_status)
         return httpError(HttpError::NotHttp);

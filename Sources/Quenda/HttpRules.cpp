@@ -1,6 +1,7 @@
 #include "Quenda/HttpRules.h"
 
 #include <QCoreApplication>
+#include <QIODevice>
 
 #include <algorithm>
 
@@ -63,6 +64,13 @@ bool carriesSecret(const HttpRequest &request) {
 
 Error httpError(HttpError code) {
     return {kHttpErrorDomain, int(code), description(code)};
+}
+
+Error libraryError(QNetworkReply::NetworkError code, const QString &description) {
+    // What a device says that was told no reason, as of a connection that was reset.
+    const bool none = description.isEmpty() || description == QIODevice::tr("Unknown error");
+    return {QStringLiteral("QNetworkReply"), int(code),
+            none ? tr("The connection to the server was lost.") : description};
 }
 
 bool fitsHeader(QByteArrayView value) {

@@ -5,6 +5,7 @@
 #include "Quenda/HttpClient.h"
 
 #include <QNetworkReply>
+#include <QString>
 
 namespace quenda {
 
@@ -23,6 +24,9 @@ enum class HttpError {
 };
 
 Error httpError(HttpError code);
+
+/// The library's error, with its description or, where it has none to give, our own.
+Error libraryError(QNetworkReply::NetworkError code, const QString &description);
 
 inline constexpr int kMaxRedirects = 10;
 

@@ -124,6 +124,7 @@ void RemoteTranscriber::transcribe(const std::vector<float> &samples, const Conf
     request.headers = {{"Authorization", "Bearer " + key.toLatin1()},
                        {"Content-Type", body.contentType()}};
     request.timeout = std::chrono::seconds(60);
+    request.maxResponseBytes = WhisperEngine::kMaxAnswerBytes;
     http.send(request, context,
               [service, completion = std::move(completion)](const HttpResponse &response) {
                   completion(transcript(response, service));

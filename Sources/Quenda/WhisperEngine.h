@@ -76,6 +76,10 @@ public:
     /// once, unless the engine goes away.
     void transcribe(const Samples &samples, Completion completion);
 
+    /// The longest answer that is read, here and from a service: the text of more than a day's
+    /// speech, and no more than the main thread reads and cleans within a tenth of a second.
+    static constexpr qint64 kMaxAnswerBytes = 2 * 1024 * 1024;
+
     /// Removes annotations, folds white space and drops known hallucinations. Any thread; time
     /// linear in the length.
     static QString cleanTranscript(const QString &text);

@@ -86,6 +86,7 @@ void WhisperEngine::performTranscription(const std::vector<float> &samples, Comp
     request.headers = {{"Content-Type", body.contentType()}};
     request.body = body.finish();
     request.timeout = kRequestTimeout;
+    request.maxResponseBytes = kMaxAnswerBytes;
     request.route = HttpRequest::Route::Direct;
     m_env.http.send(
         request, this, [completion = std::move(completion)](const HttpResponse &response) {

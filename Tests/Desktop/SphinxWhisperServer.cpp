@@ -3,6 +3,7 @@
 //
 // Controls for tests, read afresh at each use: the variable SPHINX_<NAME> of the environment, or a
 // line NAME=VALUE in the file that SPHINX_CONTROL names, which wins.
+//   MODEL_BYTES      the length of a whole model file; a shorter one does not load
 //   LOAD_DELAY_MS    how much longer the model takes to load
 //   ANSWER_DELAY_MS  how much longer an inference takes
 //   ANSWER           garbage | no-text | error | crash | never, in place of the transcript
@@ -61,23 +62,31 @@ std::string control(const std::string &name) {
     return value ? value : "";
 }
 
-milliseconds controlledDelay(const std::string &name) {
+int controlledNumber(const std::string &name) {
     const std::string text = control(name);
     int value = 0;
     std::from_chars(text.data(), text.data() + text.size(), value);
-    return milliseconds(std::max(value, 0));
+    return std::max(value, 0);
+}
+
+milliseconds controlledDelay(const std::string &name) {
+    return milliseconds(controlledNumber(name));
 }
 
 std::string jsonObject(const QString &key, const QJsonValue &value) {
     return QJsonDocument(QJsonObject{{key, value}}).toJson(QJsonDocument::Compact).toStdString();
 }
 
-/// The model file is asked for its existence only: what is recognised with is Debian's model.
+/// The model file is asked for its length only: what is recognised with is Debian's model.
 class Server {
 public:
     explicit Server(Options options) : m_options(std::move(options)) {}
 
     bool load() {
+        std::error_code unknown;
+        const auto length = std::filesystem::file_size(m_options.model, unknown);
+        if (unknown || length < std::uintmax_t(controlledNumber("MODEL_BYTES")))
+            return false;
         m_recogniser = SphinxRecogniser::load();
         std::this_thread::sleep_for(controlledDelay("LOAD_DELAY_MS"));
         return m_recogniser != nullptr;
@@ -256,7 +265,7 @@ int main(int argc, char **argv) {
     }
     Server server(*options);
     if (!server.load()) {
-        std::fprintf(stderr, "the model of PocketSphinx could not be loaded\n");
+        std::fprintf(stderr, "failed to load the model\n");
         return 3;
     }
     return server.run();

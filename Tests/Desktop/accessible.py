@@ -78,6 +78,13 @@ class AccessibleProgram:
                 return node
         return None
 
+    def press(self, node: Any) -> None:
+        """Does what a click on the control would."""
+        actions = node.get_action_iface()
+        names = [actions.get_action_name(index) for index in range(actions.get_n_actions())]
+        actions.do_action(next(index for index, name in enumerate(names)
+                               if name in ("Press", "Toggle")))
+
     def focused(self, window: Any) -> Optional[tuple[str, str]]:
         """Role and name of the control that has the keyboard."""
         for node in self.nodes(window):

@@ -1,5 +1,6 @@
 """What the scenarios share: one desktop for each test class, the program started for each test."""
 
+import sys
 import unittest
 from pathlib import Path
 from typing import Any
@@ -9,8 +10,9 @@ from dictation import LAST_WORD_SECONDS, cleaned, hold_and_speak
 from editor import Editor, TextChange
 from isolation import isolate
 from quenda_program import Quenda
+from stalls import describe_longest
 from virtual_desktop import VirtualDesktop
-from waiting import wait_until
+from waiting import now_ns, wait_until
 
 SENTENCE = "the quick brown fox jumps over the lazy dog"
 
@@ -46,9 +48,12 @@ class DesktopTest(unittest.TestCase):
             quenda.wait_until_engine_gone()
 
     def run(self, result: Any = None) -> Any:
-        """As usual, and the logs of a test that failed."""
+        """As usual, with the longest stall of the program and the logs of a test that failed."""
         before = len(result.failures) + len(result.errors) if result else 0
+        began = now_ns()
         outcome = super().run(result)
+        found = [stall for quenda in self.desktop.programs for stall in quenda.stalls(began) or []]
+        print(f"  main thread: {describe_longest(found)}", file=sys.stderr)
         if result and len(result.failures) + len(result.errors) > before:
             self.desktop.print_logs()
         return outcome

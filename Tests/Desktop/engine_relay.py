@@ -134,8 +134,10 @@ def free_port(avoid: int) -> int:
             return port
 
 
-def main() -> None:
-    engine, record, *arguments = sys.argv[1:]
+def stand_before(engine: str, arguments: list[str],
+                 serve: Callable[[socket.socket, int], None]) -> None:
+    """Runs the engine on another port and serves its own one; never returns. `serve` is called on
+    a thread of its own for each connection, with the connection and the engine's port."""
     port = int(arguments[arguments.index("--port") + 1])
     engine_port = free_port(port)
     process = start_engine(engine, arguments, engine_port)
@@ -155,16 +157,23 @@ def main() -> None:
         except ConnectionRefusedError:
             time.sleep(0.005)
 
+    # Every address of this desktop: a cloud service is reached over its network.
+    listener = socket.create_server(("", port), reuse_port=True)
+    while True:
+        client, _ = listener.accept()
+        threading.Thread(target=serve, args=(client, engine_port), daemon=True).start()
+
+
+def main() -> None:
+    engine, record, *arguments = sys.argv[1:]
     lock = threading.Lock()
 
     def note(**fields: object) -> None:
         with lock, open(record, "a", encoding="utf-8") as file:
             file.write(json.dumps(fields) + "\n")
 
-    listener = socket.create_server(("127.0.0.1", port), reuse_port=True)
-    while True:
-        client, _ = listener.accept()
-        threading.Thread(target=Exchange(client, engine_port, note).run, daemon=True).start()
+    stand_before(engine, arguments,
+                 lambda client, engine_port: Exchange(client, engine_port, note).run())
 
 
 if __name__ == "__main__":

@@ -9,8 +9,20 @@ import os
 import shutil
 import subprocess
 import sys
+from pathlib import Path
+
+from waiting import wait_until
 
 _MARK = "QUENDA_DESKTOP_ISOLATED"
+
+# What a suite of faults has besides: a disk that is soon full, the system's file that tells names
+# of hosts, to be changed at will, and a network, to be switched off and on.
+SMALL_DISK = Path("/mnt")
+SMALL_DISK_BYTES = 2 << 20
+_CONTROLS = Path("/srv")
+HOSTS_FILE = _CONTROLS / "hosts"
+NETWORK_ADDRESS = "10.99.0.1"
+_NETWORK_PIPE = _CONTROLS / "network"
 
 # Everything that needs a capability, before the program proper starts without any.
 _PREPARE = """
@@ -18,6 +30,21 @@ set -e
 mkdir -p -m 1777 /tmp/.X11-unix
 mount -t tmpfs -o mode=1777 tmpfs /tmp/.X11-unix
 ip link set lo up
+[ -z "$QUENDA_FAULTS" ] || {
+  mount -t tmpfs -o "mode=1777,size=$QUENDA_FAULTS" tmpfs /mnt
+  mount -t tmpfs -o mode=1777 tmpfs /srv
+  printf '127.0.0.1 localhost\n' >/srv/hosts
+  printf 'nameserver 192.0.2.1\n' >/srv/resolv.conf
+  chmod 666 /srv/hosts
+  mount --bind /srv/hosts /etc/hosts
+  mount --bind /srv/resolv.conf /etc/resolv.conf
+  mkfifo -m 622 /srv/network
+  exec 3<>/srv/network # for both ways, so that nobody who opens it waits and it never ends
+  ip address add 10.99.0.1/32 dev lo
+  while read -r change <&3; do ip address "$change" 10.99.0.1/32 dev lo || true; done &
+  exec 3<&-
+}
+unset QUENDA_FAULTS
 exec "$@"
 """
 
@@ -28,8 +55,20 @@ def _user_namespaces_work(options: list[str]) -> bool:
                           check=False).returncode == 0
 
 
-def isolate() -> None:
-    """Returns inside the namespaces; outside it never returns."""
+def switch_network(on: bool) -> None:
+    """Takes NETWORK_ADDRESS away, so that there is no way to it, or brings it back."""
+    def is_on() -> bool:
+        return f" {NETWORK_ADDRESS}/" in subprocess.run(
+            ["ip", "-o", "address", "show", "lo"], capture_output=True, text=True,
+            stdin=subprocess.DEVNULL, check=True).stdout
+    if is_on() != on:
+        _NETWORK_PIPE.write_text("add\n" if on else "del\n")
+        wait_until(lambda: is_on() == on, "the switch of the network")
+
+
+def isolate(faults: bool = False) -> None:
+    """Returns inside the namespaces; outside it never returns. `faults`: with SMALL_DISK,
+    HOSTS_FILE and switch_network()."""
     if os.environ.pop(_MARK, None):
         return
     # Root plays an ordinary user, as the programs expect to be run by one.
@@ -45,7 +84,7 @@ def isolate() -> None:
     path = os.environ.get("PATH", "")
     os.environ["PATH"] = f"{path}:/usr/sbin:/sbin"  # ip lives there
     os.environ[_MARK] = "1"
+    os.environ["QUENDA_FAULTS"] = str(SMALL_DISK_BYTES) if faults else ""
     sys.stdout.flush()
     os.execvp("unshare", ["unshare", *options, "--pid", "--net", "--mount", "--ipc",
-                          "--mount-proc", "--fork", "--kill-child", shell, "-c", _PREPARE, shell,
-                          *drop, sys.executable, *sys.argv])
+                          "--mount-proc", "--fork", "--kill-child", shell, "-c", _PREPARE, shell, *drop, sys.executable, *sys.argv])

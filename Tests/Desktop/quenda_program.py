@@ -8,12 +8,21 @@ from pathlib import Path
 from typing import Any, Callable, Optional
 
 from processes import is_alive, running, wait_until_gone
+from stalls import Stall, read_stalls
 from waiting import now_ns, wait_until
 
 Start = Callable[..., subprocess.Popen]
 
 RELAY = Path(__file__).with_name("engine_relay.py")
 PORT = 8698
+
+
+def write_controls(file: Path, controls: dict[str, str]) -> None:
+    """Replaces the controls of a recogniser, see SphinxWhisperServer.cpp."""
+    fresh = file.with_suffix(".new")
+    fresh.write_text("".join(f"{name}={value}\n" for name, value in controls.items()),
+                     encoding="utf-8")
+    fresh.replace(file)
 
 
 class Quenda:
@@ -25,6 +34,9 @@ class Quenda:
     settings  further settings
     controls  variables for the recogniser, see SphinxWhisperServer.cpp
     relay     whether a relay stands before the engine and notes what it answered
+    before    another program that stands before the engine, called as the relay is
+    prepare   called with this object before the program starts
+    folders   where its data, log, settings and cache folders lie, if not with the others of its own
     answers   where a relay of the test's own notes answers, in place of that
     trace     whether the program writes its milestones
     first_launch  whether it has never run before, and so shows the welcome window
@@ -35,6 +47,8 @@ class Quenda:
                  engine: Path, model: Optional[Path] = None,
                  settings: Optional[dict[str, Any]] = None,
                  controls: Optional[dict[str, str]] = None, relay: bool = False,
+                 before: Optional[Path] = None, folders: Optional[dict[str, Path]] = None,
+                 prepare: Callable[["Quenda"], None] = lambda _: None,
                  answers: Optional[Path] = None, trace: bool = False, first_launch: bool = False,
                  variables: Optional[dict[str, str]] = None) -> None:
         self.folder = folder
@@ -42,49 +56,50 @@ class Quenda:
         self.controls_file = folder / "controls"
         self.relay_file = answers or folder / "relay.jsonl"
         self.trace_file = folder / "trace"
-        self.data = folder / "data" / "Quenda"
-        self.log_file = folder / "state" / "Quenda" / "quenda.log"
-        config_home = folder / "config"
+        self.stalls_file = folder / "stalls.jsonl"
+        places = {name: folder / name for name in ("data", "state", "config", "cache")}
+        places |= folders or {}
+        self.data = places["data"] / "Quenda"
+        self.log_file = places["state"] / "Quenda" / "quenda.log"
+        config_home = places["config"]
         if model is None:
             model = folder / "model.bin"
             model.touch()
         self.engine_file = str(engine)
-        if relay:
-            engine = self._wrap(engine)
-        self.data.mkdir(parents=True)
+        if relay or before:
+            engine = self._wrap(engine, before or RELAY)
+        self.data.mkdir(parents=True, exist_ok=True)
         (self.data / "config.json").write_text(json.dumps({
             "whisperServerPath": str(engine), "modelPath": str(model), "serverPort": PORT,
             "checkForUpdates": False, **(settings or {})}), encoding="utf-8")
-        (config_home / "Quenda").mkdir(parents=True)
+        (config_home / "Quenda").mkdir(parents=True, exist_ok=True)
         if not first_launch:
             (config_home / "Quenda" / "Quenda.conf").write_text(
                 "[General]\nhasSeenWelcome=true\n", encoding="utf-8")
         self.control(**(controls or {}))
         self.environment = environment | {
-            "XDG_DATA_HOME": str(folder / "data"), "XDG_STATE_HOME": str(folder / "state"),
-            "XDG_CONFIG_HOME": str(config_home), "XDG_CACHE_HOME": str(folder / "cache"),
-            "SPHINX_CONTROL": str(self.controls_file),
+            "XDG_DATA_HOME": str(places["data"]), "XDG_STATE_HOME": str(places["state"]),
+            "XDG_CONFIG_HOME": str(config_home), "XDG_CACHE_HOME": str(places["cache"]),
+            "SPHINX_CONTROL": str(self.controls_file), "QUENDA_STALLS": str(self.stalls_file),
         } | (variables or {})
         if trace:
             self.environment["QUENDA_TRACE"] = str(self.trace_file)
+        prepare(self)
         self.started_ns = now_ns()
         self.process = start([str(binary)], folder.name, env=self.environment,
                              cwd=str(folder))
 
-    def _wrap(self, engine: Path) -> Path:
-        """A `whisper-server` that is the relay before the real one."""
+    def _wrap(self, engine: Path, before: Path) -> Path:
+        """A `whisper-server` that is the relay, or something like it, before the real one."""
         wrapper = self.folder / "whisper-server"
-        wrapper.write_text(f"#!/bin/sh\nexec '{sys.executable}' -S -E '{RELAY}' '{engine}' "
+        wrapper.write_text(f"#!/bin/sh\nexec '{sys.executable}' -S -E '{before}' '{engine}' "
                            f"'{self.relay_file}' \"$@\"\n", encoding="utf-8")
         wrapper.chmod(0o755)
         return wrapper
 
     def control(self, **controls: str) -> None:
         """Replaces the recogniser's controls, at once and also for one that runs already."""
-        fresh = self.controls_file.with_suffix(".new")
-        fresh.write_text("".join(f"{name}={value}\n" for name, value in controls.items()),
-                         encoding="utf-8")
-        fresh.replace(self.controls_file)
+        write_controls(self.controls_file, controls)
 
     # Log
 
@@ -129,6 +144,10 @@ class Quenda:
         except FileNotFoundError:
             return []
         return [json.loads(line) for line in lines]
+
+    def stalls(self, since_ns: int = 0) -> Optional[list[Stall]]:
+        """The main thread's stalls, in order; nothing if this build does not watch it."""
+        return read_stalls(self.stalls_file, since_ns)
 
     def engine_log(self) -> str:
         """What the running engine printed."""

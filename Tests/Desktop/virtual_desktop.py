@@ -42,7 +42,7 @@ class VirtualDesktop:
         self._wants_panel = panel
         self._wants_compositor = compositor
         self._processes: list[tuple[str, subprocess.Popen]] = []
-        self._programs: list[Quenda] = []
+        self.programs: list[Quenda] = []
         self._home_count = 0
 
     def __enter__(self) -> "VirtualDesktop":
@@ -161,7 +161,7 @@ class VirtualDesktop:
         options.setdefault("engine", RECOGNISER)
         quenda = Quenda(self.start, self.environment, self.folder / f"quenda{self._home_count}",
                         **options)
-        self._programs.append(quenda)
+        self.programs.append(quenda)
         return quenda
 
     def start_cloud_service(self) -> CloudService:
@@ -201,7 +201,7 @@ class VirtualDesktop:
 
     def print_logs(self) -> None:
         """What went wrong may stand in the logs of the programs."""
-        for quenda in self._programs:
+        for quenda in self.programs:
             print(f"--- {quenda.log_file}\n{quenda.log()}", file=sys.stderr)
         for log in sorted(self.logs.iterdir()):
             if text := log.read_text(errors="replace").strip():

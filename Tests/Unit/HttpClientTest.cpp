@@ -2,6 +2,8 @@
 
 #include <QTimer>
 
+#include <sys/socket.h>
+
 using namespace quenda;
 using namespace std::chrono_literals;
 using fakes::waitFor;
@@ -150,6 +152,29 @@ TEST_F(HttpClientTest, ShortAnswersAreErrors) {
         const HttpResponse response = exchange(post(server.url()));
         EXPECT_TRUE(response.transportError) << answer.constData();
     }
+}
+
+TEST_F(HttpClientTest, AConnectionThatIsResetIsToldInWords) {
+    server.handler = [](QTcpSocket &socket, const TestHttpServer::Request &) {
+        const linger reset{1, 0};
+        ::setsockopt(int(socket.socketDescriptor()), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+        socket.abort();
+    };
+    const HttpResponse response = exchange(post(server.url(), QByteArray(1'000'000, 'x')));
+    ASSERT_TRUE(response.transportError);
+    EXPECT_NE(response.transportError->localizedDescription, QStringLiteral("Unknown error"));
+}
+
+TEST(HttpRulesTest, ALibraryErrorWithoutAReasonGetsOne) {
+    const QString lost = QStringLiteral("The connection to the server was lost.");
+    for (const QString &none : {QString(), QStringLiteral("Unknown error")}) {
+        const Error error = libraryError(QNetworkReply::UnknownNetworkError, none);
+        EXPECT_EQ(error.localizedDescription, lost);
+        EXPECT_EQ(error.code, int(QNetworkReply::UnknownNetworkError));
+    }
+    EXPECT_EQ(libraryError(QNetworkReply::HostNotFoundError, QStringLiteral("No such host"))
+                  .localizedDescription,
+              QStringLiteral("No such host"));
 }
 
 TEST_F(HttpClientTest, GarbageIsAnError) {

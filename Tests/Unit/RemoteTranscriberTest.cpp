@@ -1,5 +1,6 @@
 #include "Fakes/FakeHttpClient.h"
 #include "Fakes/TestHttpServer.h"
+#include "Quenda/WhisperEngine.h"
 #include "RemoteTranscriberFixture.h"
 
 #include <QRegularExpression>
@@ -190,8 +191,8 @@ TEST_F(RemoteTranscriberTest, TheBodyIsExactlyThis) {
     const HttpRequest sent = request(config);
     EXPECT_EQ(sent.method, "POST");
     EXPECT_EQ(sent.timeout, 60s);
+    EXPECT_EQ(sent.maxResponseBytes, WhisperEngine::kMaxAnswerBytes);
     EXPECT_EQ(sent.route, HttpRequest::Route::SystemProxy);
-    EXPECT_EQ(sent.maxResponseBytes, 16 * 1024 * 1024);
     ASSERT_EQ(sent.headers.size(), 2);
     EXPECT_EQ(sent.headers[1].first, "Content-Type");
     const QRegularExpressionMatch type =

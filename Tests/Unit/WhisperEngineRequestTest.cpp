@@ -25,6 +25,7 @@ TEST_F(WhisperEngineRequestTest, postsTheRecordingAndCleansTheAnswer) {
     EXPECT_EQ(request.url.toString(), QStringLiteral("http://127.0.0.1:8123/inference"));
     EXPECT_EQ(request.method, "POST");
     EXPECT_EQ(request.timeout, 120s);
+    EXPECT_EQ(request.maxResponseBytes, WhisperEngine::kMaxAnswerBytes);
     EXPECT_EQ(request.route, HttpRequest::Route::Direct);
     ASSERT_EQ(request.headers.size(), 1);
     EXPECT_EQ(request.headers[0].first, "Content-Type");
