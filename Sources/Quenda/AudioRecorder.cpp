@@ -19,6 +19,9 @@ namespace {
 // A dictation of ordinary length is recorded without moving its samples. The memory is only
 // touched, and so taken, as it fills.
 constexpr size_t kUsualSamples = size_t(AudioRecorder::kSampleRate) * 60;
+// A longer one is moved once, when it is that long, and has room for two hours from then on. Room
+// that doubled each time would for a moment take three times what was recorded.
+constexpr size_t kLongSamples = size_t(AudioRecorder::kSampleRate) * 7200;
 
 // No sound is a million times full scale. A device that says so, or gives a NaN or an infinity, is
 // taken as silent: one such sample would otherwise stay in the filter's state, or be the peak.
@@ -129,7 +132,18 @@ float AudioRecorder::raiseSessionPeak(std::span<const float> chunk) {
 
 void AudioRecorder::append(std::span<const float> chunk) {
     const std::scoped_lock lock(m_samplesMutex);
+    if (m_samples.size() + chunk.size() > m_samples.capacity() &&
+        m_samples.capacity() < kLongSamples)
+        makeRoom();
     m_samples.insert(m_samples.end(), chunk.begin(), chunk.end());
+}
+
+void AudioRecorder::makeRoom() {
+    try {
+        m_samples.reserve(kLongSamples);
+    } catch (const std::bad_alloc &) {
+        // A system that promises no memory that is not used yet: room is made as it is needed.
+    }
 }
 
 void AudioRecorder::startDeviceChangeMonitoring() {
