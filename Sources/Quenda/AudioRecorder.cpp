@@ -16,12 +16,10 @@ static_assert(AudioRecorder::kSampleRate == int(Resampler::kTargetRate));
 
 namespace {
 
-// A dictation of ordinary length is recorded without moving its samples. The memory is only
-// touched, and so taken, as it fills.
-constexpr size_t kUsualSamples = size_t(AudioRecorder::kSampleRate) * 60;
-// A longer one is moved once, when it is that long, and has room for two hours from then on. Room
-// that doubled each time would for a moment take three times what was recorded.
-constexpr size_t kLongSamples = size_t(AudioRecorder::kSampleRate) * 7200;
+// Room for two hours: no dictation below that is ever moved, which would for a moment take its
+// memory twice. Memory is only touched, and so taken, as it fills, and a piece of that size goes
+// back to the system as a whole when the dictation is over.
+constexpr size_t kUsualSamples = size_t(AudioRecorder::kSampleRate) * 7200;
 
 // No sound is a million times full scale. A device that says so, or gives a NaN or an infinity, is
 // taken as silent: one such sample would otherwise stay in the filter's state, or be the peak.
@@ -47,7 +45,7 @@ Failure AudioRecorder::start() {
     {
         const std::scoped_lock lock(m_samplesMutex);
         m_samples.clear();
-        m_samples.reserve(kUsualSamples);
+        makeRoom();
     }
     m_sessionPeak.store(0, std::memory_order_relaxed);
     m_isFirstBuffer = true;
@@ -132,17 +130,14 @@ float AudioRecorder::raiseSessionPeak(std::span<const float> chunk) {
 
 void AudioRecorder::append(std::span<const float> chunk) {
     const std::scoped_lock lock(m_samplesMutex);
-    if (m_samples.size() + chunk.size() > m_samples.capacity() &&
-        m_samples.capacity() < kLongSamples)
-        makeRoom();
     m_samples.insert(m_samples.end(), chunk.begin(), chunk.end());
 }
 
 void AudioRecorder::makeRoom() {
     try {
-        m_samples.reserve(kLongSamples);
+        m_samples.reserve(kUsualSamples);
     } catch (const std::bad_alloc &) {
-        // A system that promises no memory that is not used yet: room is made as it is needed.
+        // The system does not promise so much before it is used: room is made as it is needed.
     }
 }
 

@@ -151,17 +151,20 @@ def soak(desktop: VirtualDesktop, count: int, seed: int) -> bool:
     desk = SoakDesk(desktop, QUENDA_BINARY, {})
     server = XResources(desktop.environment["DISPLAY"])
     warm_up = max(count // 5, 5)
-    watch = 2.0 if count < 100 else 10.0
+    watch, every = (2.0, 10) if count < SHORT else (10.0, 100)
     figures = Figures({})
     began = time.monotonic()
     quiet: list[Idle] = []
+    told = 0
 
     def after(done: int, card: str) -> None:
+        nonlocal told
         if done > warm_up and not quiet:
             quiet.append(desk.when_idle(lambda: idle(desk.pid, watch)))
         if (card == "calm" or count < SHORT) and done > warm_up:
             figures.take(done, desk, server)
-        if done % 100 == 0 or (count <= 50 and done % 10 == 0):
+        if done // every > told:
+            told = done // every
             taken = footprint(desk.pid, server)
             print(f"{done:5} dictations, {time.monotonic() - began:6.0f} s: "
                   + ", ".join(f"{name} {value:.0f}" for name, value in taken.items()

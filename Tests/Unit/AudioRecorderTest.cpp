@@ -51,7 +51,7 @@ TEST_F(AudioRecorderTest, RecordsFromStartToStop) {
     EXPECT_TRUE(recorder.stop().empty());
 }
 
-TEST_F(AudioRecorderTest, ALongRecordingIsWholeAndMovedOnlyOnce) {
+TEST_F(AudioRecorderTest, ALongRecordingIsWholeAndNeverMoved) {
     startAt(16000);
     std::vector<float> second(AudioRecorder::kSampleRate);
     for (int passed = 0; passed < 200; ++passed) {
@@ -63,13 +63,7 @@ TEST_F(AudioRecorderTest, ALongRecordingIsWholeAndMovedOnlyOnce) {
     for (size_t index = 0; index < samples.size(); ++index)
         ASSERT_EQ(samples[index], float(index / AudioRecorder::kSampleRate) / 256) << index;
     EXPECT_GE(samples.capacity(), 7200U * AudioRecorder::kSampleRate)
-        << "an hour would be moved again and again";
-}
-
-TEST_F(AudioRecorderTest, ARecordingOfUsualLengthTakesNoMoreThanItsMinute) {
-    startAt(16000);
-    input.deliver(std::vector<float>(60U * AudioRecorder::kSampleRate, 0.5F));
-    EXPECT_EQ(recorder.stop().capacity(), 60U * AudioRecorder::kSampleRate);
+        << "an hour would be moved, and take its memory twice";
 }
 
 TEST_F(AudioRecorderTest, SecondStartKeepsTheFirstRecording) {
