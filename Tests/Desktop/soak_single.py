@@ -12,7 +12,7 @@ from virtual_desktop import QUENDA_BINARY, VirtualDesktop
 RATE = 16000
 SAMPLE_BYTES = 4
 WAV_BYTES = 2             # for each sample, in what is sent
-SETTLED_KB = 4096         # what may be left of a dictation, and what may come besides its samples
+SETTLED_KB = 2048         # what may be left of a dictation, and what may come besides its samples
 LATE = 0.25               # seconds by which the recording may differ from the time between the keys
 
 
@@ -111,9 +111,9 @@ def single(desktop: VirtualDesktop, seconds: float, shots: Optional[Path]) -> bo
     desk.close()
     failed = [what for what, wrong in (
         ("it grows by more than its samples", worst > SETTLED_KB),
-        ("it grows for moments by more than its samples", peak_besides > 2 * SETTLED_KB),
+        ("it grows for moments by more than its samples", peak_besides > 4 * SETTLED_KB),
         ("it takes more than the samples and one file at the end",
-         top - former - whole - sent > 2 * SETTLED_KB),
+         top - former - whole - sent > 4 * SETTLED_KB),
         ("it keeps memory afterwards", after - former > SETTLED_KB),
         ("sound is missing", abs(heard - held) > LATE),
         (f"the program ended with {status}", status != 0)) if wrong]

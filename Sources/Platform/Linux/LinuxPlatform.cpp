@@ -17,11 +17,27 @@
 #include "Platform/Linux/X11Pasteboard.h"
 #include "Platform/Platform.h"
 
+#include <malloc.h>
+
 #include <memory>
 
 namespace quenda {
 
-void prepareApplication() {}
+namespace {
+
+// A recording and the file made of it go back to the system when they are done with. By itself the
+// C library keeps up to 32 MB of what it once saw freed, for the next time: the limits are no
+// longer moved when they have been set.
+void giveLargeBlocksBack() {
+    mallopt(M_MMAP_THRESHOLD, 1 << 20);
+    mallopt(M_TRIM_THRESHOLD, 1 << 21);
+}
+
+} // namespace
+
+void prepareApplication() {
+    giveLargeBlocksBack();
+}
 
 Platform createPlatform() {
     const auto sound = std::make_shared<PulseConnection>();
