@@ -148,6 +148,7 @@ def judge_idle(before: Idle, after: Idle) -> bool:
 
 def soak(desktop: VirtualDesktop, count: int, seed: int) -> bool:
     chance = random.Random(seed)
+    print(f"program: {QUENDA_BINARY}", flush=True)
     desk = SoakDesk(desktop, QUENDA_BINARY, {})
     server = XResources(desktop.environment["DISPLAY"])
     warm_up = max(count // 5, 5)
@@ -190,10 +191,14 @@ def soak(desktop: VirtualDesktop, count: int, seed: int) -> bool:
 
 
 def leaks(desktop: VirtualDesktop, seed: int) -> bool:
-    binary = BUILD.with_name("asan") / "bin" / "quenda"
+    binary = Path(os.environ.get("QUENDA_BIN", BUILD.with_name("asan") / "bin" / "quenda"))
     if not binary.is_file():
         print(f"there is no {binary}: build it with scripts/build asan quenda")
         return False
+    if b"__asan_init" not in binary.read_bytes():
+        print(f"{binary} was built without the address sanitizer")
+        return False
+    print(f"program: {binary}", flush=True)
     report = desktop.folder / "sanitizer"
     desk = SoakDesk(desktop, binary, {}, {
         "ASAN_OPTIONS": f"detect_leaks=1:fast_unwind_on_malloc=0:log_path={report}",
@@ -217,7 +222,7 @@ def leaks(desktop: VirtualDesktop, seed: int) -> bool:
 def main() -> int:
     options = parse()
     isolate()
-    print(f"program: {QUENDA_BINARY}\nseed: {options.seed}", flush=True)
+    print(f"seed: {options.seed}", flush=True)
     try:
         with VirtualDesktop() as desktop:
             if options.single is not None:
