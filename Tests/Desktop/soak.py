@@ -19,6 +19,7 @@ from typing import Callable
 
 from footprint import Idle, Sample, footprint, idle, slope
 from isolation import isolate
+from soak_cards import Person
 from soak_desk import SoakDesk, Wrong
 from soak_single import single
 from virtual_desktop import BUILD, QUENDA_BINARY, VirtualDesktop
@@ -30,6 +31,7 @@ REPOSITORY = Path(__file__).resolve().parents[2]
 # One hand of cards: what happens, in an order drawn anew each time.
 HAND = (["words"] * 12 + ["calm"] * 4 + ["escape"] * 2 + ["pill"] + ["brief"] * 2 + ["fails"]
         + ["empty"] + ["overlap"] + ["menu"])
+COMMANDS = ["commanded"] * 2 + ["command_cancels", "command_retries"]  # each for one of the words
 COUNTS = {"overlap": 2, "menu": 0}  # dictations of a card where it is not one
 FAILURES = ("error", "garbage", "cut")
 WAYS = (("hold", "local"), ("toggle", "local"), ("toggle", "custom"), ("hold", "custom"))
@@ -85,18 +87,21 @@ class Figures:
         return taken
 
 
-def play(desk: SoakDesk, card: str, failure: Callable[[], str]) -> None:
+def play(desk: Person, card: str, failure: Callable[[], str]) -> None:
     if card == "fails":
         desk.fails(failure())
     else:
         getattr(desk, card)()
 
 
-def run_cards(desk: SoakDesk, count: int, chance: random.Random,
+def run_cards(desk: Person, count: int, chance: random.Random,
               after: Callable[[int, str], None]) -> dict[str, int]:
     """Plays cards for so many dictations, or one more; `after` is told of each card. How often
     each came."""
     played: dict[str, int] = {}
+    cards = HAND
+    if desk.takes_commands:
+        cards = cards[len(COMMANDS):] + COMMANDS
     # A short run also goes all four ways.
     block = len(HAND) if count >= SHORT else math.ceil(len(HAND) / len(WAYS))
     done = turns = 0
@@ -106,7 +111,7 @@ def run_cards(desk: SoakDesk, count: int, chance: random.Random,
             desk.change(*WAYS[turns // block % len(WAYS)])
             played["settings changed"] = played.get("settings changed", 0) + 1
         turns += 1
-        hand = hand or chance.sample(HAND, len(HAND))
+        hand = hand or chance.sample(cards, len(cards))
         card = hand.pop()
         play(desk, card, lambda: chance.choice(FAILURES))
         played[card] = played.get(card, 0) + 1
@@ -149,7 +154,7 @@ def judge_idle(before: Idle, after: Idle) -> bool:
 def soak(desktop: VirtualDesktop, count: int, seed: int) -> bool:
     chance = random.Random(seed)
     print(f"program: {QUENDA_BINARY}", flush=True)
-    desk = SoakDesk(desktop, QUENDA_BINARY, {})
+    desk = Person(desktop, QUENDA_BINARY, {})
     server = XResources(desktop.environment["DISPLAY"])
     warm_up = max(count // 5, 5)
     watch, every = (2.0, 10) if count < SHORT else (10.0, 100)
@@ -200,7 +205,7 @@ def leaks(desktop: VirtualDesktop, seed: int) -> bool:
         return False
     print(f"program: {binary}", flush=True)
     report = desktop.folder / "sanitizer"
-    desk = SoakDesk(desktop, binary, {}, {
+    desk = Person(desktop, binary, {}, {
         "ASAN_OPTIONS": f"detect_leaks=1:fast_unwind_on_malloc=0:log_path={report}",
         "LSAN_OPTIONS": f"suppressions={REPOSITORY / 'Tests' / 'lsan.supp'}:max_leaks=20",
         "UBSAN_OPTIONS": f"print_stacktrace=1:log_path={report}"})

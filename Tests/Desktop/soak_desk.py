@@ -1,8 +1,7 @@
-"""One long session on a virtual desktop: everything that a person does with the program, at speed,
-with what must have come of it checked each time."""
+"""A virtual desktop for many dictations: a tone for a voice, services that answer at once, the
+program, and the account of what was said to it and must have come of it."""
 
 import json
-import os
 import subprocess
 import sys
 import time
@@ -12,27 +11,22 @@ from typing import Any, Callable, Optional, TypeVar
 import keyboard as keys
 from accessible import AccessibleProgram
 from editor import TextChange
-from soak_engine import REFUSAL, text_of
-from status_item import StatusItem, has_host, start_panel
+from soak_engine import text_of
+from status_item import has_host, start_panel
 from virtual_desktop import VirtualDesktop
 from waiting import now_ns, wait_until
-from x_windows import Window, click, windows
+from x_windows import Window, windows
 
 T = TypeVar("T")
 
 ENGINE = Path(__file__).with_name("soak_engine.py")
 CLOUD_PORT = 8711
 KEY = "sk-soak-0123456789"
-PILL_SIZE, PILL_CANCEL = (320, 56), (296, 28)
-TAB, HOME, END, W_KEY = 23, 110, 115, 25
-MOST_TABS = 60
+PILL_SIZE = (320, 56)
 
 SPOKEN = 0.38   # seconds recorded after the first sample; 0.3 is the least that is transcribed
-BRIEF = 0.06    # a tap by accident
 RESTORED = 1.1  # the clipboard has its former contents back a second after a paste
 NOTICE = 1.5     # the pill's last words have faded that long after a paste and a rest
-SETTINGS = "Quenda Settings"
-ALERT = "Transcription failed"
 
 
 class Wrong(AssertionError):
@@ -91,13 +85,12 @@ class SoakDesk:
         self._log = Growing(self.quenda.log_file)
         self._trace = Growing(self.quenda.trace_file)
         self._notes = {name: Growing(self.folder / f"{name}.jsonl") for name in ("local", "cloud")}
-        self._asked = {"local": 0, "cloud": 0}    # requests that must have reached each service
+        self.asked = {"local": 0, "cloud": 0}    # requests that must have reached each service
         self._answered = {"local": 0, "cloud": 0}  # texts that each must have answered
         self.expected: list[str] = []             # in the editor, in this order
         self.failures = 0
         self._last_paste = 0.0
-        self._seen = AccessibleProgram(desktop.environment, self.pid)
-        self._item: Optional[StatusItem] = None
+        self.seen = AccessibleProgram(desktop.environment, self.pid)
         self.quenda.wait_until_ready()
 
     def _wrapped_engine(self) -> Path:
@@ -117,7 +110,7 @@ class SoakDesk:
 
     # Noticing
 
-    def _wait(self, condition: Callable[[], Any], what: str, seconds: float = 15.0) -> Any:
+    def wait(self, condition: Callable[[], Any], what: str, seconds: float = 15.0) -> Any:
         def looked() -> Any:
             if self.quenda.process.poll() is not None:
                 raise Wrong(f"the program ended with {self.quenda.process.returncode}")
@@ -133,15 +126,22 @@ class SoakDesk:
         self._trace.look()
         self._trace.lines.clear()
         action()
-        self._wait(lambda: self._milestones(event), f"the program's “{event}”")
+        self.wait(lambda: self._milestones(event), f"the program's “{event}”")
 
     def insertions(self) -> list[TextChange]:
         return [change for change in self.editor.changes() if change.kind == "insert"]
 
+    def log_lines(self) -> list[str]:
+        return self._log.look()
+
+    def count(self, message: str) -> int:
+        """How many lines of the log hold the message."""
+        return sum(message in line for line in self.log_lines())
+
     def note(self, service: str, nth: int) -> dict[str, Any]:
         """What the service noted of its nth request, waited for."""
         notes = self._notes[service]
-        self._wait(lambda: len(notes.look()) >= nth, f"request {nth} at the {service} service", 60)
+        self.wait(lambda: len(notes.look()) >= nth, f"request {nth} at the {service} service", 60)
         found: dict[str, Any] = json.loads(notes.lines[nth - 1])
         return found
 
@@ -160,7 +160,7 @@ class SoakDesk:
         self.begin()
         time.sleep(seconds)
         self.end()
-        self._asked[self.service] += 1
+        self.asked[self.service] += 1
 
     def order(self, kind: str, seconds: float = 0.0) -> None:
         """What the service does with its next request."""
@@ -176,7 +176,7 @@ class SoakDesk:
 
     def wait_for_text(self) -> None:
         """Waits until the document holds all that is expected, and nothing else."""
-        self._wait(lambda: len(self.insertions()) >= len(self.expected),
+        self.wait(lambda: len(self.insertions()) >= len(self.expected),
                    f"insertion {len(self.expected)} in the document", 30)
         self._last_paste = time.monotonic()
         self.check()
@@ -189,7 +189,7 @@ class SoakDesk:
                       min(len(came), len(self.expected)))
             raise Wrong(f"insertion {at + 1}: {came[at:at + 2]} instead of "
                         f"{self.expected[at:at + 2]}")
-        for service, asked in self._asked.items():
+        for service, asked in self.asked.items():
             notes = self._notes[service]
             if len(notes.look()) > asked:
                 raise Wrong(f"a request too many at the {service} service: {notes.lines[-1]}")
@@ -197,24 +197,10 @@ class SoakDesk:
             if faults:
                 raise Wrong(f"the {service} service got {faults}")
 
-    # What a person does; each leaves the program idle
-
     def words(self) -> None:
         self.speak()
         self.expect_text()
         self.wait_for_text()
-
-    def calm(self) -> None:
-        """Dictates when something stands in the clipboard, which must be there afterwards."""
-        self.rest()
-        former = f"kept since {now_ns()}\nüber alles ✓".encode()
-        file = self.folder / "former.txt"
-        file.write_bytes(former)
-        self.desktop.own_clipboard(file, "UTF8_STRING")
-        self.words()
-        self.rest()
-        if self.desktop.clipboard() != former:
-            raise Wrong(f"the clipboard holds {self.desktop.clipboard()!r} in place of {former!r}")
 
     def rest(self) -> None:
         """Until no restoring of the clipboard is pending."""
@@ -226,144 +212,9 @@ class SoakDesk:
         time.sleep(NOTICE)
         return look()
 
-    def escape(self) -> None:
-        self.begin()
-        time.sleep(0.1)
-        self.desktop.keyboard.tap(keys.ESCAPE)
-        self._wait(self._has_stopped, "Escape to end the recording")
-        self._let_go()
-
-    def pill(self) -> None:
-        """Clicks the pill's button."""
-        self.begin()
-        found = self._wait(self.find_pill, "the pill")
-        click(self.desktop, found, *PILL_CANCEL)
-        self._wait(self._has_stopped, "the pill's button to end the recording")
-        self._let_go()
-
     def find_pill(self) -> Optional[Window]:
         return next((w for w in windows(self.desktop, "--name", "^Quenda$")
                      if (w.width, w.height) == PILL_SIZE), None)
-
-    def _has_stopped(self) -> bool:
-        return not self.desktop.sound.is_recorded()
-
-    def _let_go(self) -> None:
-        if not self.toggles:
-            self.after("release", lambda: self.desktop.keyboard.up(keys.RIGHT_ALT))
-        self.check()
-
-    def brief(self) -> None:
-        """Presses the key for too short a time to be meant."""
-        keyboard = self.desktop.keyboard
-        self.after("press", lambda: (keyboard.tap if self.toggles else keyboard.down)(
-            keys.RIGHT_ALT))
-        time.sleep(BRIEF)
-        self.end()
-        self.check()
-
-    def fails(self, kind: str) -> None:
-        """The service refuses, answers nonsense or breaks off: an alert, which is dismissed."""
-        self.order(kind)
-        self.speak()
-        self.failures += 1
-        self.dismiss_alert()
-        told = [line for line in self._log.look() if "dictation: failed after " in line]
-        if len(told) != self.failures:
-            raise Wrong(f"{len(told)} failures in the log in place of {self.failures}")
-        if kind == "error" and self.service == "cloud" and REFUSAL not in told[-1]:
-            raise Wrong(f"the service's words are not in the log: {told[-1]}")
-        self.check()
-
-    def dismiss_alert(self) -> None:
-        window = self._wait(lambda: self.desktop.find_window(ALERT), "the alert", 30)
-        self.desktop.run("xdotool", "windowactivate", "--sync", window)
-        self.desktop.keyboard.tap(keys.RETURN)
-        self._wait(lambda: not self.desktop.find_window(ALERT), "the end of the alert")
-        self.editor.focus()
-
-    def empty(self) -> None:
-        """The service heard nothing."""
-        before = self._count(" → empty in ")
-        self.order("empty")
-        self.speak()
-        self._wait(lambda: self._count(" → empty in ") > before, "the log to tell of no words")
-        self.check()
-
-    def _count(self, message: str) -> int:
-        return sum(message in line for line in self._log.look())
-
-    def overlap(self) -> None:
-        """Dictates while the one before is still being transcribed; both come, in order."""
-        self.order("text", 0.8)
-        self.speak()
-        self.expect_text()
-        self.speak()
-        self.expect_text()
-        self.wait_for_text()
-
-    def menu(self) -> None:
-        """Opens the menu and looks at the recent dictations."""
-        item = self._status_item()
-        entries = item.open(item.entry("Recent Dictations").id)
-        latest = [e.title for e in entries if not e.separator][:-1]
-        wanted = [text if len(text) <= 50 else text[:50] + "…"
-                  for text in reversed(self.expected[-10:])]
-        if wanted and latest != wanted:
-            raise Wrong(f"the recent dictations are {latest} in place of {wanted}")
-
-    def _status_item(self) -> StatusItem:
-        if self._item is None:
-            self._item = StatusItem(self.desktop.environment["DBUS_SESSION_BUS_ADDRESS"], self.pid)
-            self._item.wait_until_shown()
-        return self._item
-
-    # Settings
-
-    def setting(self, name: str) -> Any:
-        try:
-            return json.loads((self.quenda.data / "config.json").read_text(encoding="utf-8"))[name]
-        except (OSError, ValueError, KeyError):
-            return None
-
-    def change(self, mode: str, provider: str) -> None:
-        """Opens the settings from the menu, chooses there, closes the window."""
-        self.rest()
-        item = self._status_item()
-        item.click(item.entry("Settings…"))
-        found = self._wait(lambda: self.desktop.find_window(SETTINGS), "the settings window", 20)
-        self.desktop.run("xdotool", "windowactivate", "--sync", found)
-        window = self._seen.window(SETTINGS)
-        engines = self._count("engine: Ready")
-        restarts = provider != self.settings["provider"]
-        self._choose(window, "Activation", "activationMode", mode,
-                     {"hold": HOME, "toggle": END}[mode])
-        self._choose(window, "Service", "provider", provider,
-                     {"local": HOME, "custom": END}[provider])
-        self.desktop.keyboard.chord(keys.LEFT_CONTROL, W_KEY)
-        self._wait(lambda: not self.desktop.find_window(SETTINGS), "the settings window to close")
-        if restarts and provider == "local":
-            self._wait(lambda: self._count("engine: Ready") > engines, "the engine", 30)
-        elif restarts:
-            self._wait(lambda: not self.quenda.children(), "the engine's end", 30)
-        self.editor.focus()
-        self.check()
-
-    def _choose(self, window: Any, label: str, name: str, value: str, key: int) -> None:
-        for _ in range(MOST_TABS):
-            before = self._seen.focused(window)
-            if before == ("combo box", label):
-                break
-            self.desktop.keyboard.tap(TAB)
-            # Neighbours of the same name may follow each other: no change to wait for.
-            until = time.monotonic() + 0.15
-            while self._seen.focused(window) == before and time.monotonic() < until:
-                time.sleep(0.01)
-        else:
-            raise Wrong(f"the tab key does not lead to “{label}”")
-        self.desktop.keyboard.tap(key)
-        self._wait(lambda: self.setting(name) == value, f"the setting {name} to be {value}")
-        self.settings[name] = value
 
     # The end
 
@@ -373,10 +224,10 @@ class SoakDesk:
         self.check()
         if self.editor.saved_text() != "".join(self.expected):
             raise Wrong("the document is not what was inserted")
-        told = self._count(" chars in ")
+        told = self.count(" chars in ")
         if told != len(self.expected):
             raise Wrong(f"{told} transcripts in the log in place of {len(self.expected)}")
-        for service, asked in self._asked.items():
+        for service, asked in self.asked.items():
             if len(self._notes[service].look()) != asked:
                 raise Wrong(f"{len(self._notes[service].lines)} requests at the {service} service "
                             f"in place of {asked}")
@@ -387,8 +238,3 @@ class SoakDesk:
         status = self.quenda.terminate(seconds)
         self.quenda.wait_until_engine_gone()
         return status
-
-    def close(self) -> None:
-        if self._item is not None:
-            self._item.close()
-        os.environ.pop("DISPLAY", None)

@@ -80,20 +80,20 @@ def single(desktop: VirtualDesktop, seconds: float, shots: Optional[Path]) -> bo
         besides = memory - former - samples
         worst = max(worst, besides)
         peak_besides = max(peak_besides, top - former - samples)
-        print(f"{passed:12.1f}{memory:12}{memory - former:11}{samples:17.0f}{besides:13.0f}{top:19}",
-              flush=True)
+        print(f"{passed:12.1f}{memory:12}{memory - former:11}{samples:17.0f}{besides:13.0f}"
+              f"{top:19}", flush=True)
     highest.interval(0.002)
     highest.take()
     desk.end()
     held = time.monotonic() - began
-    desk._asked[desk.service] += 1
+    desk.asked[desk.service] += 1
     asked = time.monotonic()
     desk.expect_text()
     desk.wait_for_text()
     arrived = time.monotonic() - asked
     top = highest.take()
     highest.stop()
-    heard = desk.note("local", desk._asked["local"])["samples"] / RATE
+    heard = desk.note("local", desk.asked["local"])["samples"] / RATE
     whole = held * RATE * SAMPLE_BYTES / 1024
     sent = held * RATE * WAV_BYTES / 1024
     time.sleep(3)
@@ -108,7 +108,6 @@ def single(desktop: VirtualDesktop, seconds: float, shots: Optional[Path]) -> bo
           f"highest of all by the kernel: {status_field(desk.pid, 'VmHWM')} kB with files")
     desk.finish()
     status = desk.end_program()
-    desk.close()
     failed = [what for what, wrong in (
         ("it grows by more than its samples", worst > SETTLED_KB),
         ("it grows for moments by more than its samples", peak_besides > 4 * SETTLED_KB),
