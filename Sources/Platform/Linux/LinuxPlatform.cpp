@@ -23,6 +23,8 @@
 
 #include <QCoreApplication>
 
+#include <malloc.h>
+
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -30,6 +32,14 @@
 namespace quenda {
 
 namespace {
+
+// A recording and the file made of it go back to the system when they are done with. By itself the
+// C library keeps up to 32 MB of what it once saw freed, for the next time: the limits are no
+// longer moved when they have been set.
+void giveLargeBlocksBack() {
+    mallopt(M_MMAP_THRESHOLD, 1 << 20);
+    mallopt(M_TRIM_THRESHOLD, 1 << 21);
+}
 
 constexpr std::chrono::milliseconds kBusPatience{500};
 
@@ -56,6 +66,7 @@ std::unique_ptr<Bundle> createBundle() {
 }
 
 Failure prepareApplication() {
+    giveLargeBlocksBack();
     if (needsDisplay() && qEnvironmentVariableIsEmpty("DISPLAY") &&
         qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
         return quendaError(
