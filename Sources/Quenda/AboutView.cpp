@@ -1,6 +1,7 @@
 #include "Quenda/AboutView.h"
 
 #include "Platform/Desktop.h"
+#include "Quenda/LinkLabel.h"
 #include "Quenda/ProductSite.h"
 #include "Quenda/Symbols.h"
 
@@ -15,8 +16,7 @@ namespace {
 
 constexpr int kIconSize = 80;
 
-QLabel *addLine(QVBoxLayout &column, const QString &text, double relativeSize, bool bold = false) {
-    auto *label = new QLabel(text);
+void addLabel(QVBoxLayout &column, QLabel *label, double relativeSize, bool bold = false) {
     label->setAlignment(Qt::AlignCenter);
     label->setWordWrap(true);
     QFont font = label->font();
@@ -24,6 +24,11 @@ QLabel *addLine(QVBoxLayout &column, const QString &text, double relativeSize, b
     font.setBold(bold);
     label->setFont(font);
     column.addWidget(label);
+}
+
+QLabel *addLine(QVBoxLayout &column, const QString &text, double relativeSize, bool bold = false) {
+    auto *label = new QLabel(text);
+    addLabel(column, label, relativeSize, bold);
     return label;
 }
 
@@ -68,13 +73,12 @@ AboutView::AboutView(const Bundle &bundle, Workspace &workspace, QWidget *parent
     divider->setFrameShadow(QFrame::Sunken);
     column->addWidget(divider);
 
-    QLabel *thanks =
-        addLine(*column,
-                tr("Speech recognition powered by %1 and OpenAI Whisper")
-                    .arg(QStringLiteral("<a href=\"%1\">whisper.cpp</a>").arg(kEngineProjectUrl)),
-                kCallout);
-    thanks->setTextFormat(Qt::RichText);
-    thanks->setTextInteractionFlags(Qt::LinksAccessibleByMouse | Qt::LinksAccessibleByKeyboard);
+    const QString thanksText = tr("Speech recognition powered by %1 and OpenAI Whisper");
+    auto *thanks = new LinkLabel(
+        thanksText.arg(QStringLiteral("<a href=\"%1\">whisper.cpp</a>").arg(kEngineProjectUrl)),
+        kEngineProjectUrl);
+    thanks->setAccessibleName(thanksText.arg(QStringLiteral("whisper.cpp")));
+    addLabel(*column, thanks, kCallout);
     connect(thanks, &QLabel::linkActivated, this,
             [&workspace](const QString &link) { workspace.open(QUrl(link)); });
 

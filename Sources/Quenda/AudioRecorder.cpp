@@ -16,9 +16,10 @@ static_assert(AudioRecorder::kSampleRate == int(Resampler::kTargetRate));
 
 namespace {
 
-// A dictation of ordinary length is recorded without moving its samples. The memory is only
-// touched, and so taken, as it fills.
-constexpr size_t kUsualSamples = size_t(AudioRecorder::kSampleRate) * 60;
+// Room for two hours: no dictation below that is ever moved, which would for a moment take its
+// memory twice. Memory is only touched, and so taken, as it fills, and a piece of that size goes
+// back to the system as a whole when the dictation is over.
+constexpr size_t kUsualSamples = size_t(AudioRecorder::kSampleRate) * 7200;
 
 // No sound is a million times full scale. A device that says so, or gives a NaN or an infinity, is
 // taken as silent: one such sample would otherwise stay in the filter's state, or be the peak.
@@ -44,7 +45,7 @@ Failure AudioRecorder::start() {
     {
         const std::scoped_lock lock(m_samplesMutex);
         m_samples.clear();
-        m_samples.reserve(kUsualSamples);
+        makeRoom();
     }
     m_sessionPeak.store(0, std::memory_order_relaxed);
     m_isFirstBuffer = true;
@@ -130,6 +131,14 @@ float AudioRecorder::raiseSessionPeak(std::span<const float> chunk) {
 void AudioRecorder::append(std::span<const float> chunk) {
     const std::scoped_lock lock(m_samplesMutex);
     m_samples.insert(m_samples.end(), chunk.begin(), chunk.end());
+}
+
+void AudioRecorder::makeRoom() {
+    try {
+        m_samples.reserve(kUsualSamples);
+    } catch (const std::bad_alloc &) {
+        // The system does not promise so much before it is used: room is made as it is needed.
+    }
 }
 
 void AudioRecorder::startDeviceChangeMonitoring() {

@@ -69,6 +69,7 @@ private:
     void mixDown(const AudioBuffer &buffer);
     float raiseSessionPeak(std::span<const float> chunk);
     void append(std::span<const float> chunk);
+    void makeRoom();
 
     AudioInput &m_input;
     std::unique_ptr<Resampler> m_converter;

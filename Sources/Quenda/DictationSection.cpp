@@ -1,6 +1,7 @@
 #include "Quenda/DictationSection.h"
 
 #include "Quenda/Languages.h"
+#include "Quenda/Note.h"
 
 #include <QCheckBox>
 #include <QComboBox>

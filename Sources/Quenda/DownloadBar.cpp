@@ -65,6 +65,7 @@ void DownloadBar::showProgress(double fraction, qint64 done, qint64 total,
     if (span >= kSpeedSettles)
         speed = double(done - m_doneThen) * 1000.0 / double(span.count());
     setToolTip(detail(done, total, speed));
+    m_bar->setAccessibleDescription(toolTip());
 }
 
 QString DownloadBar::detail(qint64 done, qint64 total, std::optional<double> speed) {

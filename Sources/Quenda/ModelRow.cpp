@@ -1,6 +1,7 @@
 #include "Quenda/ModelRow.h"
 
 #include "Quenda/DownloadBar.h"
+#include "Quenda/Note.h"
 #include "Quenda/SettingsForm.h"
 
 #include <QHBoxLayout>
@@ -13,7 +14,6 @@ namespace quenda {
 namespace {
 constexpr int kBarWidth = 90;
 const QColor kInUse(48, 170, 80);
-const QColor kError(214, 57, 48);
 } // namespace
 
 ModelRow::ModelRow(const WhisperModel &model, bool extra, QWidget *parent)
@@ -59,10 +59,7 @@ ModelRow::ModelRow(const WhisperModel &model, bool extra, QWidget *parent)
         line->addWidget(action, 0, Qt::AlignVCenter);
     column->addLayout(line);
 
-    m_error = makeNote({}, this);
-    QPalette red = m_error->palette();
-    red.setColor(QPalette::PlaceholderText, kError);
-    m_error->setPalette(red);
+    m_error = makeNote({}, this, NoteTone::failure);
     column->addWidget(m_error);
     setAccessibleName(model.title);
 }

@@ -4,6 +4,7 @@
 #include "Platform/Scheduler.h"
 #include "Quenda/ConfigStore.h"
 #include "Quenda/FlowLayout.h"
+#include "Quenda/LinkLabel.h"
 #include "Quenda/ModelCatalog.h"
 #include "Quenda/ModelRow.h"
 #include "Quenda/ProductSite.h"
@@ -47,10 +48,9 @@ ModelSection::ModelSection(ConfigStore &store, ModelDownloader &downloader, Work
         QDir().mkpath(Config::modelsDir());
         workspace.open(QUrl::fromLocalFile(Config::modelsDir()));
     });
-    auto *browse = new QLabel(
-        QStringLiteral("<a href=\"%1\">%2</a>").arg(kModelPageUrl, tr("Browse all models…")));
-    browse->setTextFormat(Qt::RichText);
-    browse->setTextInteractionFlags(Qt::LinksAccessibleByMouse | Qt::LinksAccessibleByKeyboard);
+    auto *browse = new LinkLabel(
+        QStringLiteral("<a href=\"%1\">%2</a>").arg(kModelPageUrl, tr("Browse all models…")),
+        kModelPageUrl);
     browse->setAccessibleName(tr("Browse all models…"));
     connect(browse, &QLabel::linkActivated, this,
             [&workspace](const QString &link) { workspace.open(QUrl(link)); });

@@ -3,6 +3,7 @@
 #include <QUuid>
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 namespace quenda {
@@ -36,11 +37,11 @@ void MultipartBody::addField(const QByteArray &name, const QString &value) {
 }
 
 void MultipartBody::addFile(const QByteArray &name, const QByteArray &fileName,
-                            const QByteArray &contentType, const QByteArray &data) {
+                            const QByteArray &contentType, QByteArray data) {
     Q_ASSERT(fitsInAHeader(name) && fitsInAHeader(fileName) && fitsInAHeader(contentType));
     add({"Content-Disposition: form-data; name=\"" + name + "\"; filename=\"" + fileName +
              "\"\r\nContent-Type: " + contentType + "\r\n",
-         data});
+         std::move(data)});
 }
 
 void MultipartBody::add(Part part) {
@@ -63,24 +64,29 @@ QByteArray MultipartBody::contentType() const {
     return "multipart/form-data; boundary=" + m_boundary;
 }
 
+// The last part is the long one, the recording. The body is built around it where it lies: two
+// copies of an hour of sound would be a hundred megabytes too many.
 QByteArray MultipartBody::finish() {
     const QByteArray delimiter = "--" + m_boundary;
-    qsizetype size = delimiter.size() + 4;
-    for (const Part &part : m_parts)
-        size += delimiter.size() + part.headers.size() + part.content.size() + 6;
-
-    QByteArray body;
-    body.reserve(size);
-    for (const Part &part : std::exchange(m_parts, {})) {
-        body += delimiter;
-        body += "\r\n";
-        body += part.headers;
-        body += "\r\n";
-        body += part.content;
-        body += "\r\n";
+    const QByteArray end = delimiter + "--\r\n";
+    std::vector<Part> parts = std::exchange(m_parts, {});
+    if (parts.empty())
+        return end;
+    QByteArray before;
+    for (const Part &part : parts) {
+        before += delimiter + "\r\n" + part.headers + "\r\n";
+        if (&part != &parts.back())
+            before += part.content + "\r\n";
     }
-    body += delimiter;
-    body += "--\r\n";
+    QByteArray body = std::move(parts.back().content);
+    const qsizetype length = body.size();
+    body.resize(before.size() + length + 2 + end.size());
+    char *bytes = body.data();
+    std::memmove(bytes + before.size(), bytes, size_t(length));
+    std::memcpy(bytes, before.constData(), size_t(before.size()));
+    bytes += before.size() + length;
+    std::memcpy(bytes, "\r\n", 2);
+    std::memcpy(bytes + 2, end.constData(), size_t(end.size()));
     return body;
 }
 

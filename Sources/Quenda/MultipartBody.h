@@ -20,9 +20,10 @@ public:
     explicit MultipartBody(BoundarySource source);
 
     void addField(const QByteArray &name, const QString &value);
-    /// Adds the file part. Names and type must not hold quotes or line breaks.
+    /// Adds the file part. Names and type must not hold quotes or line breaks. Where nobody else
+    /// holds `data` and no part comes after it, the body is built in its place.
     void addFile(const QByteArray &name, const QByteArray &fileName, const QByteArray &contentType,
-                 const QByteArray &data);
+                 QByteArray data);
 
     /// The value of the Content-Type header. A part that contains the boundary makes the body draw
     /// a new one, so ask for it after the last part was added.

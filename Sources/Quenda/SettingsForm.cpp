@@ -1,6 +1,8 @@
 #include "Quenda/SettingsForm.h"
 
 #include "Quenda/ConfigStore.h"
+#include "Quenda/Note.h"
+#include "Quenda/PickerBox.h"
 #include "Quenda/Symbols.h"
 #include "Quenda/WrappingCheckBox.h"
 
@@ -25,8 +27,8 @@ namespace quenda {
 
 namespace {
 
-constexpr double kNoteSize = 0.88;        // of the dialog font
-constexpr int kWidestUnbrokenLabel = 200; // a longer one may take two lines
+constexpr int kWidestUnbrokenLabel = 200; // beside a control; a longer one may take two lines
+constexpr int kWidestLabel = 400;         // above a control
 
 // The card stands out from the window a little, in light and dark alike.
 class Card : public QFrame {
@@ -42,18 +44,6 @@ public:
 
 Qt::Alignment sideOf(Qt::Alignment side) {
     return QStyle::visualAlignment(QGuiApplication::layoutDirection(), side) | Qt::AlignAbsolute;
-}
-
-QLabel *makeNote(const QString &text, QWidget *parent) {
-    auto *label = new QLabel(text, parent);
-    label->setTextFormat(Qt::PlainText);
-    label->setWordWrap(true);
-    label->setAlignment(sideOf(Qt::AlignLeading | Qt::AlignVCenter));
-    label->setForegroundRole(QPalette::PlaceholderText);
-    QFont font = label->font();
-    font.setPointSizeF(std::max(1.0, font.pointSizeF() * kNoteSize));
-    label->setFont(font);
-    return label;
 }
 
 QLabel *makeSymbol(const QString &name, const QColor &color, const QString &accessibleName,
@@ -118,8 +108,30 @@ void SettingsSection::addRow(const QString &label, QWidget *control) {
     name->setWordWrap(true);
     name->setMinimumWidth(
         std::min(name->fontMetrics().horizontalAdvance(label) + 1, kWidestUnbrokenLabel));
+    m_labels.push_back(name);
     m_form->addRow(name, control);
     name->setAlignment(sideOf(Qt::AlignLeading | Qt::AlignVCenter));
+}
+
+void SettingsSection::alignLabels(const std::vector<SettingsSection *> &sections) {
+    int widest = 0;
+    for (const SettingsSection *section : sections) {
+        for (const QLabel *label : section->m_labels)
+            widest = std::max(widest, label->minimumWidth());
+    }
+    for (const SettingsSection *section : sections) {
+        if (widest >= kWidestUnbrokenLabel) {
+            section->m_form->setRowWrapPolicy(QFormLayout::WrapAllRows);
+            for (QLabel *label : section->m_labels)
+                label->setMinimumWidth(std::min(label->fontMetrics().horizontalAdvance(
+                                                    label->text().replace(u"&&"_qs, u"&"_qs)) +
+                                                    1,
+                                                kWidestLabel));
+            continue;
+        }
+        for (QLabel *label : section->m_labels)
+            label->setMinimumWidth(widest);
+    }
 }
 
 void SettingsSection::addWide(QWidget *widget) {
@@ -139,7 +151,7 @@ void SettingsSection::setRowVisible(QWidget *control, bool visible) {
 QComboBox *SettingsSection::addPicker(const QString &label, const std::vector<Choice> &choices,
                                       std::function<QString(const Config &)> read,
                                       std::function<void(Config &, const QString &)> write) {
-    auto *picker = new QComboBox;
+    auto *picker = new PickerBox;
     picker->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
     picker->setMinimumContentsLength(14);
     for (const Choice &choice : choices)

@@ -21,8 +21,6 @@ namespace quenda {
 
 class ConfigStore;
 
-/// A label for explanations: small, wrapped, in the muted text colour.
-QLabel *makeNote(const QString &text, QWidget *parent);
 /// The alignment as the window is laid out, whichever way a label's own letters run: in a
 /// right-to-left window a device's Latin name stands where the other values stand.
 Qt::Alignment sideOf(Qt::Alignment side);
@@ -39,6 +37,10 @@ public:
     /// Shows what the settings hold now in every bound control. A control that shows it already is
     /// not touched, so that typing, selection and input method stay.
     void refresh();
+
+    /// Gives the labels of all sections one width, so that the controls stand in one column; where
+    /// letters are so large that labels would take two lines, each control stands below its label.
+    static void alignLabels(const std::vector<SettingsSection *> &sections);
 
 protected:
     /// Lets the wheel scroll the window rather than change a control that only lies under it.
@@ -79,6 +81,7 @@ protected:
 private:
     ConfigStore &m_store;
     QFormLayout *m_form = nullptr;
+    std::vector<QLabel *> m_labels;
     std::vector<std::function<void(const Config &)>> m_refreshers;
 };
 

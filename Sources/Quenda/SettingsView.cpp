@@ -31,7 +31,7 @@ SettingsView::SettingsView(const Environment &environment, QWidget *parent)
 
     auto *content = new QWidget;
     auto *column = new QVBoxLayout(content);
-    column->setContentsMargins(16, 16, 16, 16);
+    column->setContentsMargins(12, 16, 12, 16);
     column->setSpacing(18);
     m_permissions = new PermissionsSection(m_env.store, m_env.platform, m_env.fixer);
     m_models =
@@ -47,6 +47,7 @@ SettingsView::SettingsView(const Environment &environment, QWidget *parent)
     };
     for (SettingsSection *section : m_sections)
         column->addWidget(section);
+    SettingsSection::alignLabels(m_sections);
     column->addStretch(1);
     scroll->setWidget(content);
 

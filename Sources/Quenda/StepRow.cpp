@@ -1,5 +1,6 @@
 #include "Quenda/StepRow.h"
 
+#include "Quenda/Note.h"
 #include "Quenda/SettingsForm.h"
 #include "Quenda/Symbols.h"
 

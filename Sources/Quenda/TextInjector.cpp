@@ -13,6 +13,10 @@ namespace quenda {
 namespace {
 // How long the application has to read the pasteboard before the old contents come back.
 constexpr std::chrono::milliseconds kRestoreDelay{1000};
+// How long the pasteboard is left to it when another transcript is waiting. Applications read it
+// some time after the keystroke, 50 ms is usual: one that found the next text there would paste
+// that one twice and the first one never.
+constexpr std::chrono::milliseconds kPasteInterval{300};
 } // namespace
 
 TextInjector::TextInjector(const Environment &environment, QObject *parent)
@@ -34,8 +38,20 @@ TextInjector::Outcome TextInjector::insert(const QString &text) {
 
 // Each insertion saves what the one before it left, so the next read waits for the paste before it.
 void TextInjector::startNext() {
-    if (m_saving || m_queue.empty())
+    if (m_saving || m_waiting || m_queue.empty())
         return;
+    if (m_lastPaste) {
+        const std::chrono::milliseconds due = *m_lastPaste + kPasteInterval;
+        const std::chrono::milliseconds now = m_env.scheduler.uptime();
+        if (now < due) {
+            m_waiting = true;
+            m_env.scheduler.after(due - now, this, [this] {
+                m_waiting = false;
+                startNext();
+            });
+            return;
+        }
+    }
     m_saving = true;
     m_env.pasteboard.readItems(
         [injector = QPointer<TextInjector>(this)](const PasteboardItems &saved) {
@@ -55,6 +71,7 @@ void TextInjector::paste(const Insertion &insertion, const PasteboardItems &save
         return;
     const std::int64_t mark = m_env.pasteboard.changeCount();
     m_env.keyPoster.postPaste();
+    m_lastPaste = m_env.scheduler.uptime();
     Trace::mark("paste");
     if (insertion.focused) {
         m_env.scheduler.after(kRestoreDelay, this, [this, mark, saved] { restore(mark, saved); });

@@ -11,8 +11,10 @@
 #include <QObject>
 #include <QString>
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
+#include <optional>
 
 namespace quenda {
 
@@ -36,7 +38,8 @@ public:
 
     /// Inserts `text`. `copiedToClipboard` where nothing has the keyboard focus or the text is
     /// empty: the transcript stays on the pasteboard. The paste may follow up to 150 ms after the
-    /// return, where the pasteboard's previous owner is slow; insertions keep their order.
+    /// return, where the pasteboard's previous owner is slow, and comes no sooner than 300 ms after
+    /// the one before it, whose text is still being read; insertions keep their order.
     Outcome insert(const QString &text);
 
 private:
@@ -52,6 +55,8 @@ private:
     Environment m_env;
     std::deque<Insertion> m_queue; ///< not yet pasted; the front one's contents are being saved
     bool m_saving = false;
+    bool m_waiting = false; ///< for the time between two pastes to pass
+    std::optional<std::chrono::milliseconds> m_lastPaste; ///< by the scheduler's uptime
 };
 
 } // namespace quenda

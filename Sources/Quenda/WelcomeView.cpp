@@ -5,8 +5,8 @@
 #include "Quenda/DownloadBar.h"
 #include "Quenda/ModelCatalog.h"
 #include "Quenda/ModelDownloader.h"
+#include "Quenda/Note.h"
 #include "Quenda/PermissionFixer.h"
-#include "Quenda/SettingsForm.h"
 #include "Quenda/StepRow.h"
 #include "Quenda/Symbols.h"
 
@@ -102,9 +102,7 @@ void WelcomeView::addSteps() {
             [this] { m_env.downloader.download(WhisperModel::compact()); });
     for (StepRow *row : {m_microphone, m_accessibility, m_model})
         layout()->addWidget(row);
-    m_downloadError = new QLabel;
-    m_downloadError->setTextFormat(Qt::PlainText);
-    m_downloadError->setWordWrap(true);
+    m_downloadError = makeNote({}, this, NoteTone::failure);
     layout()->addWidget(m_downloadError);
 }
 
@@ -116,9 +114,9 @@ void WelcomeView::addClosing() {
     auto *how =
         new QLabel(tr("Then click into any text field, <b>hold Right-Option (⌥)</b>, and speak."));
     how->setTextFormat(Qt::RichText);
-    for (QLabel *label :
-         {how,
-          new QLabel(tr("Release to insert your words. Change the key anytime in Settings."))}) {
+    QLabel *then =
+        makeNote(tr("Release to insert your words. Change the key anytime in Settings."), m_ready);
+    for (QLabel *label : {how, then}) {
         label->setWordWrap(true);
         label->setAlignment(Qt::AlignCenter);
         lines->addWidget(label);

@@ -3,7 +3,7 @@
 
 #include "Platform/Linux/LinuxSessionEvents.h"
 
-#include "Platform/Linux/LogindListener.h"
+#include "Platform/Linux/BusSignOfLife.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>

@@ -26,7 +26,7 @@ SETTINGS_CONTROLS = [
     ("combo box", "Language"), ("check box", "Remove filler words (um, uh, erm)"),
     ("text", "Custom words & names"), ("combo box", "Service"),
     ("push button", "Download"), ("push button", "Open Models Folder"),
-    ("label", "Browse all models…"),
+    ("link", "Browse all models…"),
     ("combo box", "Free memory when idle for"), ("text", "Server port"),
     ("text", "whisper-server path"), ("push button", "Restart Engine"),
     ("check box", "Launch at login"),
@@ -128,6 +128,37 @@ class Windows(DesktopTest):
         self.desktop.say("hello world")
         self.desktop.keyboard.tap(keys.RIGHT_CONTROL)
         self.wait_for_transcript(quenda)
+
+    def test_the_tab_key_passes_every_control_once(self) -> None:
+        window = self.open_settings(self.start(settings={"provider": "openai"}))
+        self.tab_to(window, "push button", "Open Models Folder")
+        passed = []
+        for _ in range(3):
+            self.desktop.keyboard.tap(TAB)
+            time.sleep(0.2)
+            passed.append(self.seen.focused(window))
+        self.assertEqual(passed, [
+            ("link", "Browse all models…"), ("combo box", "Free memory when idle for"),
+            ("text", "Server port")])
+
+    def test_the_window_manager_is_asked_for_a_close_button_only(self) -> None:
+        """Motif's hints: openbox does not look at single buttons, others do."""
+        self.open_settings(self.start(settings={"provider": "openai"}))
+        told = self.desktop.output("xprop", "-id", self.desktop.find_window("Quenda Settings"),
+                                   "_MOTIF_WM_HINTS", "_NET_WM_ALLOWED_ACTIONS",
+                                   "WM_NORMAL_HINTS")
+        flags, functions, decorations = (
+            int(number, 16) for number in re.search(
+                r"_MOTIF_WM_HINTS\) = (\w+), (\w+), (\w+)", told).groups())
+        self.assertEqual(flags & 3, 3, told)
+        self.assertEqual(functions & (1 | 8 | 16), 0, f"minimize or maximize: {told}")
+        self.assertEqual(functions & 32, 32, f"close: {told}")
+        self.assertEqual(decorations & (1 | 32 | 64), 0, f"their buttons: {told}")
+        self.assertEqual(decorations & 8, 8, f"title: {told}")
+        self.assertNotIn("ACTION_RESIZE", told)
+        self.assertNotIn("ACTION_MAXIMIZE", told)
+        sizes = re.findall(r"program specified (?:minimum|maximum) size: (.*)", told)
+        self.assertEqual(sizes, ["480 by 580"] * 2, told)
 
     def test_a_port_that_is_none_is_refused_at_the_field(self) -> None:
         quenda = self.start(settings={"provider": "openai"})

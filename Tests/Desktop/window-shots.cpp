@@ -5,6 +5,7 @@
 
 #include "Fakes/ControllerFixture.h"
 #include "Quenda/AboutView.h"
+#include "Quenda/ModelCatalog.h"
 #include "Quenda/ModelDownloader.h"
 #include "Quenda/SettingsView.h"
 #include "Quenda/WelcomeView.h"
@@ -19,7 +20,10 @@
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QStyle>
+#include <QStyleOptionComboBox>
 #include <QTranslator>
+
+#include <algorithm>
 
 using namespace quenda;
 using namespace std::chrono_literals;
@@ -41,6 +45,8 @@ QPalette darkPalette() {
     dark.setColor(QPalette::Link, QColor(110, 170, 255));
     return dark;
 }
+
+constexpr double kLeastSize = 0.95; // at which a picker may write its entry
 
 struct Look {
     const char *name;
@@ -70,6 +76,7 @@ protected:
         QCoreApplication::sendPostedEvents();
         QCoreApplication::processEvents();
         expectTextsFit(window, name);
+        expectChoicesFit(window, name);
         const QString folder = qEnvironmentVariable("QUENDA_SHOTS");
         if (folder.isEmpty())
             return;
@@ -105,6 +112,33 @@ protected:
             const QRect inParent = widget->geometry();
             EXPECT_TRUE(widget->parentWidget()->rect().contains(inParent))
                 << qPrintable(where + QStringLiteral(": outside its place: ") + text);
+        }
+    }
+
+    /// Every Latin entry of every picker has the room its text needs, chosen or not, if need be
+    /// written a little smaller.
+    static void expectChoicesFit(QWidget &window, const QString &where) {
+        for (const QComboBox *picker : window.findChildren<QComboBox *>()) {
+            if (!picker->isVisible())
+                continue;
+            QStyleOptionComboBox option;
+            option.initFrom(picker);
+            option.subControls = QStyle::SC_All;
+            const int room = picker->style()
+                                 ->subControlRect(QStyle::CC_ComboBox, &option,
+                                                  QStyle::SC_ComboBoxEditField, picker)
+                                 .width() -
+                             2; // which styles leave beside the text
+            for (int row = 0; row < picker->count(); ++row) {
+                const QString text = picker->itemText(row);
+                const bool isLatin = std::all_of(text.begin(), text.end(), [](QChar letter) {
+                    return letter.unicode() < 0x250;
+                });
+                if (!isLatin)
+                    continue; // its font need not be there
+                EXPECT_GE(room, picker->fontMetrics().horizontalAdvance(text) * kLeastSize)
+                    << qPrintable(where + QStringLiteral(": ") + text);
+            }
         }
     }
 
@@ -163,6 +197,24 @@ TEST_P(WindowShots, SettingsWithWarning) {
     launch();
     controller->openSettings();
     shootSettings(QStringLiteral("settings-warning"));
+}
+
+// All that takes long: a model that loads, one that is downloaded, and one that could not be.
+TEST_P(WindowShots, SettingsWithLongWork) {
+    installEngine();
+    launch();
+    controller->openSettings();
+    const std::size_t before = http.downloads.size();
+    controller->downloader().download(WhisperModel::catalog().at(2));
+    controller->downloader().download(WhisperModel::catalog().at(4));
+    http.deliver(before, "bytes", 61'000'000, 488'000'000);
+    advance(2s);
+    http.deliver(before, "bytes", 82'000'000, 488'000'000);
+    http.failDownload(before + 1, Error{QStringLiteral("Network"), 1,
+                                        QStringLiteral("The Internet connection appears to be "
+                                                       "offline.")});
+    advance(0ms);
+    shootSettings(QStringLiteral("settings-long-work"));
 }
 
 TEST_P(WindowShots, WelcomeFresh) {

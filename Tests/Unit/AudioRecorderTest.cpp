@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <limits>
@@ -48,6 +49,21 @@ TEST_F(AudioRecorderTest, RecordsFromStartToStop) {
     EXPECT_FALSE(recorder.isRecording());
     EXPECT_FALSE(input.capturing());
     EXPECT_TRUE(recorder.stop().empty());
+}
+
+TEST_F(AudioRecorderTest, ALongRecordingIsWholeAndNeverMoved) {
+    startAt(16000);
+    std::vector<float> second(AudioRecorder::kSampleRate);
+    for (int passed = 0; passed < 200; ++passed) {
+        std::fill(second.begin(), second.end(), float(passed) / 256);
+        input.deliver(second);
+    }
+    const std::vector<float> samples = recorder.stop();
+    ASSERT_EQ(samples.size(), 200U * AudioRecorder::kSampleRate);
+    for (size_t index = 0; index < samples.size(); ++index)
+        ASSERT_EQ(samples[index], float(index / AudioRecorder::kSampleRate) / 256) << index;
+    EXPECT_GE(samples.capacity(), 7200U * AudioRecorder::kSampleRate)
+        << "an hour would be moved, and take its memory twice";
 }
 
 TEST_F(AudioRecorderTest, SecondStartKeepsTheFirstRecording) {

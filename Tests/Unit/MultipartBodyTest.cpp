@@ -81,6 +81,30 @@ TEST(MultipartBody, aFileThatHoldsTheBoundaryMakesItDrawAnother) {
     EXPECT_EQ(body.finish().count("--quenda-B"), 2);
 }
 
+TEST(MultipartBody, buildsTheBodyAroundTheLastPartOrInACopyWhereItIsHeldElsewhere) {
+    const QByteArray frame = "--quenda-A\r\nContent-Disposition: form-data; name=\"file\"; "
+                             "filename=\"audio.wav\"\r\nContent-Type: audio/wav\r\n\r\n";
+    for (const qsizetype size : {0, 1, 100, 1 << 20}) {
+        QByteArray held(size, 'x');
+        if (size > 0)
+            held.front() = held.back() = 'y';
+        const QByteArray expected = frame + held + "\r\n--quenda-A--\r\n";
+
+        MultipartBody copied(inTurn({"quenda-A"}));
+        copied.addFile("file", "audio.wav", "audio/wav", held);
+        EXPECT_EQ(copied.finish(), expected);
+        EXPECT_EQ(held.size(), size) << "what somebody else holds was changed";
+
+        MultipartBody moved(inTurn({"quenda-A"}));
+        moved.addFile("file", "audio.wav", "audio/wav", std::move(held));
+        EXPECT_EQ(moved.finish(), expected);
+    }
+}
+
+TEST(MultipartBody, withoutPartsThereIsOnlyTheEnd) {
+    EXPECT_EQ(MultipartBody(inTurn({"quenda-A"})).finish(), "--quenda-A--\r\n");
+}
+
 // Quotes and line breaks are nothing special inside a value: it ends at the next delimiter.
 TEST(MultipartBody, valuesStandUnchanged) {
     const QString value = QStringLiteral("\"; name=\"file\"\r\n\r\nx\r\n--\r\n--other\r\n");

@@ -588,6 +588,16 @@ TEST_F(SettingsViewTest, EveryControlHasAnAccessibleName) {
     }
 }
 
+TEST_F(SettingsViewTest, ControlsStandInOneColumn) {
+    open();
+    QCoreApplication::processEvents();
+    const int column = picker(QStringLiteral("Dictation key"))->mapTo(&view(), QPoint()).x();
+    for (const auto *name : {"Activation", "Language", "Service", "Free memory when idle for"})
+        EXPECT_EQ(picker(QLatin1String(name))->mapTo(&view(), QPoint()).x(), column) << name;
+    for (const auto *name : {"Custom words & names", "Server port", "whisper-server path"})
+        EXPECT_EQ(field(QLatin1String(name))->mapTo(&view(), QPoint()).x(), column) << name;
+}
+
 TEST_F(SettingsViewTest, TabOrderFollowsTheEye) {
     open();
     change([](Config &config) { config.provider = TranscriptionProvider::custom; });

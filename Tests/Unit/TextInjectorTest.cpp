@@ -204,8 +204,10 @@ TEST_F(TextInjectorTest, InsertionsDuringASlowReadKeepTheirOrder) {
     EXPECT_EQ(journal, steps({"focus?", "read", "focus?", "focus?"}));
 
     pasteboard.deliver();
+    scheduler.advance(300ms);
     EXPECT_EQ(journal.mid(4), steps({"setString first", "paste", "read"}));
     pasteboard.deliver();
+    scheduler.advance(300ms);
     EXPECT_EQ(journal.mid(7), steps({"setString second", "paste", "read"}));
     EXPECT_EQ(logged().count(QLatin1Char('\n')), 1); // the second one's focus, as asked then
     scheduler.advance(100ms);
@@ -218,6 +220,43 @@ TEST_F(TextInjectorTest, InsertionsDuringASlowReadKeepTheirOrder) {
     EXPECT_EQ(pasteboard.string(), QStringLiteral("second"));
     scheduler.advance(10s);
     EXPECT_EQ(journal.mid(12), steps({"writeItems"}));
+}
+
+TEST_F(TextInjectorTest, ATextIsLeftToBeReadBeforeTheNextReplacesIt) {
+    injector->insert(QStringLiteral("first"));
+    EXPECT_EQ(injector->insert(QStringLiteral("second")), Outcome::pasted);
+    scheduler.advance(100ms);
+    EXPECT_EQ(injector->insert(QStringLiteral("third")), Outcome::pasted);
+    scheduler.advance(199ms);
+    EXPECT_EQ(pasteboard.string(), QStringLiteral("first"));
+    EXPECT_EQ(poster.posted, 1);
+    scheduler.advance(1ms);
+    EXPECT_EQ(pasteboard.string(), QStringLiteral("second"));
+    EXPECT_EQ(poster.posted, 2);
+    scheduler.advance(299ms);
+    EXPECT_EQ(poster.posted, 2);
+    scheduler.advance(1ms);
+    EXPECT_EQ(pasteboard.string(), QStringLiteral("third"));
+    EXPECT_EQ(poster.posted, 3);
+    scheduler.advance(10s);
+    EXPECT_EQ(poster.posted, 3);
+    EXPECT_EQ(scheduler.pendingOneShots(), 0);
+}
+
+TEST_F(TextInjectorTest, ATextLaterThanThatIsPastedAtOnce) {
+    injector->insert(QStringLiteral("first"));
+    scheduler.advance(300ms);
+    injector->insert(QStringLiteral("second"));
+    EXPECT_EQ(pasteboard.string(), QStringLiteral("second"));
+    EXPECT_EQ(poster.posted, 2);
+}
+
+TEST_F(TextInjectorTest, DestroyedBetweenTwoPastesItPastesNoMore) {
+    injector->insert(QStringLiteral("first"));
+    injector->insert(QStringLiteral("second"));
+    injector.reset();
+    scheduler.advance(10s);
+    EXPECT_EQ(poster.posted, 1);
 }
 
 TEST_F(TextInjectorTest, ARefusedKeystrokeChangesNothingElse) {

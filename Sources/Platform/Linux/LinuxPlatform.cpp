@@ -8,9 +8,11 @@
 #include "Platform/Linux/LinuxSounds.h"
 #include "Platform/Linux/LinuxStatusTray.h"
 #include "Platform/Linux/LinuxWorkspace.h"
+#include "Platform/Linux/MicrophonePortal.h"
 #include "Platform/Linux/PulseAudioInput.h"
 #include "Platform/Linux/PulseConnection.h"
 #include "Platform/Linux/PulseMicrophonePermission.h"
+#include "Platform/Linux/Sandbox.h"
 #include "Platform/Linux/SessionBus.h"
 #include "Platform/Linux/SyntheticKeys.h"
 #include "Platform/Linux/X11Accessibility.h"
@@ -21,6 +23,8 @@
 
 #include <QCoreApplication>
 
+#include <malloc.h>
+
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -28,6 +32,14 @@
 namespace quenda {
 
 namespace {
+
+// A recording and the file made of it go back to the system when they are done with. By itself the
+// C library keeps up to 32 MB of what it once saw freed, for the next time: the limits are no
+// longer moved when they have been set.
+void giveLargeBlocksBack() {
+    mallopt(M_MMAP_THRESHOLD, 1 << 20);
+    mallopt(M_TRIM_THRESHOLD, 1 << 21);
+}
 
 constexpr std::chrono::milliseconds kBusPatience{500};
 
@@ -37,6 +49,16 @@ bool needsDisplay() {
     return plugin.isEmpty() || plugin.startsWith("xcb") || plugin.startsWith("wayland");
 }
 
+std::shared_ptr<MicrophonePortal> governingPortal() {
+    const std::optional<QString> application = sandboxedApplication();
+    if (!application)
+        return nullptr;
+    QByteArray bus = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    if (bus.isEmpty())
+        bus = "unix:path=" + qgetenv("XDG_RUNTIME_DIR") + "/bus";
+    return MicrophonePortal::create({*application, bus});
+}
+
 } // namespace
 
 std::unique_ptr<Bundle> createBundle() {
@@ -44,6 +66,7 @@ std::unique_ptr<Bundle> createBundle() {
 }
 
 Failure prepareApplication() {
+    giveLargeBlocksBack();
     if (needsDisplay() && qEnvironmentVariableIsEmpty("DISPLAY") &&
         qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
         return quendaError(
@@ -67,7 +90,8 @@ Platform createPlatform() {
     platform.keyPoster = std::make_unique<X11KeyPoster>(synthetic, pasteboard.get());
     platform.pasteboard = std::move(pasteboard);
     platform.accessibility = std::make_unique<X11Accessibility>();
-    platform.microphonePermission = std::make_unique<PulseMicrophonePermission>(sound);
+    platform.microphonePermission =
+        std::make_unique<PulseMicrophonePermission>(sound, governingPortal());
     platform.audioInput = std::make_unique<PulseAudioInput>(sound);
     platform.processes = std::make_unique<LinuxProcessRunner>();
     platform.sounds = std::make_unique<LinuxSounds>(sound);

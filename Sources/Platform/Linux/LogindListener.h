@@ -35,8 +35,4 @@ private:
     std::unique_ptr<QLocalSocket> m_signOfLife;
 };
 
-/// The file name, or the abstract name, of the socket in a D-Bus address; empty where the address
-/// has none. For abstract names `abstract` becomes true.
-QString busSocket(const QByteArray &address, bool &abstract);
-
 } // namespace quenda

@@ -1,6 +1,6 @@
 #include "Platform/Linux/SessionBus.h"
 
-#include "Platform/Linux/LogindListener.h"
+#include "Platform/Linux/BusSignOfLife.h"
 
 #include <QFile>
 
