@@ -71,6 +71,7 @@ REGISTER_TYPED_TEST_SUITE_P(AudioInputContract, KnowsItsDevice,
 template <typename World>
 class LostAudioInputContract : public AudioInputContract<World> {};
 TYPED_TEST_SUITE_P(LostAudioInputContract);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(LostAudioInputContract); // not every backend can
 
 TYPED_TEST_P(LostAudioInputContract, ADeviceThatGoesIsReportedAndForgotten) {
     int changes = 0;
