@@ -84,6 +84,16 @@ public:
     /// provider has a key.
     bool transcriberIsReady();
     bool isDictating() const { return m_isDictating; }
+    enum class RetryOutcome {
+        started,
+        nothingToRetry, ///< no dictation has failed since the last that was sent again with success
+        busy,           ///< one is being recorded, or that one is being sent again already
+        notReady,       ///< as transcriberIsReady() says
+    };
+    /// Sends the samples of the dictation that failed last once more, with the settings of now; its
+    /// text goes where any dictation's goes. The samples live in memory only.
+    RetryOutcome retryDictation();
+    bool canRetryDictation() const { return m_failedDictation.has_value(); }
 
     // --- engine ---
     void startEngine();
@@ -123,6 +133,11 @@ public:
     WhisperEngine &engine();
 
 private:
+    struct Dictation {
+        quint64 number; ///< a later dictation has a higher one
+        std::shared_ptr<const std::vector<float>> samples;
+    };
+
     // launch
     void observeSignals();
     void observeConfigChanges();
@@ -142,7 +157,8 @@ private:
     void cancelWithNotice(const QString &notice);
     void endRecordingState(const QString &cue);
     void maxDurationReached();
-    void transcribe(std::vector<float> samples);
+    void transcribe(const Dictation &dictation);
+    void keepIfFailed(const Dictation &dictation, bool recognised);
     void transcriptionDone(const Result<QString> &result, double audioSeconds,
                            std::chrono::milliseconds started);
     void playCue(const QString &name);
@@ -177,6 +193,9 @@ private:
 
     std::optional<std::chrono::milliseconds> m_pressStartedAt;
     bool m_isDictating = false;
+    quint64 m_dictationCount = 0;
+    std::optional<Dictation> m_failedDictation;
+    std::optional<quint64> m_retried; ///< the number of the one that is being sent again
     Scheduler::TimerHandle m_maxDurationTimer;
     QStringList m_history; ///< newest first; in memory only
 

@@ -160,9 +160,20 @@ void AppDelegate::finishDictation() {
         m_indicator->showTransient(tr("Didn't hear anything"));
         return;
     }
-    m_indicator->show(RecordingIndicator::Mode::transcribing);
-    transcribe(std::move(samples));
-    m_injector->prepare();
+    transcribe(
+        {++m_dictationCount, std::make_shared<const std::vector<float>>(std::move(samples))});
+}
+
+AppDelegate::RetryOutcome AppDelegate::retryDictation() {
+    if (!m_failedDictation)
+        return RetryOutcome::nothingToRetry;
+    if (m_isDictating || m_retried == m_failedDictation->number)
+        return RetryOutcome::busy;
+    if (!transcriberIsReady())
+        return RetryOutcome::notReady;
+    m_retried = m_failedDictation->number;
+    transcribe(Dictation(*m_failedDictation));
+    return RetryOutcome::started;
 }
 
 void AppDelegate::cancelDictation() {
@@ -174,19 +185,36 @@ void AppDelegate::cancelDictation() {
     m_indicator->hide();
 }
 
-void AppDelegate::transcribe(std::vector<float> samples) {
-    const double audioSeconds = double(samples.size()) / AudioRecorder::kSampleRate;
+void AppDelegate::transcribe(const Dictation &dictation) {
+    m_indicator->show(RecordingIndicator::Mode::transcribing);
     const std::chrono::milliseconds started = m_env.scheduler.uptime();
-    auto done = [self = QPointer<AppDelegate>(this), audioSeconds,
+    auto done = [self = QPointer<AppDelegate>(this), dictation,
                  started](const Result<QString> &result) {
-        if (self)
-            self->transcriptionDone(result, audioSeconds, started);
+        if (!self)
+            return;
+        self->keepIfFailed(dictation, result.ok());
+        self->transcriptionDone(
+            result, double(dictation.samples->size()) / AudioRecorder::kSampleRate, started);
     };
     const Config &config = m_store->config();
     if (config.provider == TranscriptionProvider::local)
-        engine().transcribe(std::move(samples), std::move(done));
+        engine().transcribe(dictation.samples, std::move(done));
     else
-        RemoteTranscriber::transcribe(samples, config, m_env.http, this, std::move(done));
+        RemoteTranscriber::transcribe(*dictation.samples, config, m_env.http, this,
+                                      std::move(done));
+    m_injector->prepare();
+}
+
+// What was said last and not understood stays until it is, or until a later dictation fails.
+void AppDelegate::keepIfFailed(const Dictation &dictation, bool recognised) {
+    if (m_retried == dictation.number)
+        m_retried.reset();
+    if (!recognised) {
+        if (!m_failedDictation || m_failedDictation->number < dictation.number)
+            m_failedDictation = dictation;
+    } else if (m_failedDictation && m_failedDictation->number == dictation.number) {
+        m_failedDictation.reset();
+    }
 }
 
 void AppDelegate::transcriptionDone(const Result<QString> &result, double audioSeconds,

@@ -52,6 +52,7 @@ public:
     };
 
     using Completion = std::function<void(const Result<QString> &)>;
+    using Samples = std::shared_ptr<const std::vector<float>>;
 
     explicit WhisperEngine(const Environment &environment, QObject *parent = nullptr);
     ~WhisperEngine() override;
@@ -70,9 +71,10 @@ public:
     /// "http://127.0.0.1:" and the port that the running server was given.
     QString baseURL() const;
 
-    /// Recognises 16 kHz mono samples. `completion` gets the cleaned text or an error (codes 10 to
-    /// 12, or the transport's own) exactly once, later or at once, unless the engine goes away.
-    void transcribe(std::vector<float> samples, Completion completion);
+    /// Recognises 16 kHz mono samples, which it shares until they are sent. `completion` gets the
+    /// cleaned text or an error (codes 10 to 12, or the transport's own) exactly once, later or at
+    /// once, unless the engine goes away.
+    void transcribe(const Samples &samples, Completion completion);
 
     /// Removes annotations, folds white space and drops known hallucinations. Any thread; time
     /// linear in the length.
@@ -82,8 +84,6 @@ public:
     static QString removeFillerWords(const QString &text);
 
 private:
-    using Samples = std::shared_ptr<const std::vector<float>>;
-
     void setState(const State &state);
     void announce(const State &state);
     bool is(State::Kind kind) const { return state().kind == kind; }

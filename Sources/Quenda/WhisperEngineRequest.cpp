@@ -29,18 +29,17 @@ constexpr int kLoadingTooLong = 12;
 
 } // namespace
 
-void WhisperEngine::transcribe(std::vector<float> samples, Completion completion) {
+void WhisperEngine::transcribe(const Samples &samples, Completion completion) {
     m_lastActivity = m_env.scheduler.uptime(); // a request that waits keeps the model loaded
     switch (state().kind) {
     case State::Kind::ready:
-        performTranscription(samples, std::move(completion));
+        performTranscription(*samples, std::move(completion));
         return;
     case State::Kind::idle:
         start();
         [[fallthrough]];
     case State::Kind::starting:
-        waitThenTranscribe(std::make_shared<const std::vector<float>>(std::move(samples)),
-                           m_env.scheduler.uptime() + kLoadingTime, std::move(completion));
+        waitThenTranscribe(samples, m_env.scheduler.uptime() + kLoadingTime, std::move(completion));
         return;
     case State::Kind::stopped:
     case State::Kind::failed:

@@ -104,7 +104,7 @@ protected:
     }
 
     void transcribe(std::vector<float> samples = {0.5F}) {
-        engine->transcribe(std::move(samples),
+        engine->transcribe(std::make_shared<const std::vector<float>>(std::move(samples)),
                            [this](const Result<QString> &result) { results.push_back(result); });
     }
     void expectError(int code, const QString &text) {

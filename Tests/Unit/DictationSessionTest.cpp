@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QLabel>
 
 #include <cmath>
 
@@ -414,6 +415,30 @@ TEST_F(DictationSession, RecordingThatCannotStartIsAnAlert) {
         QStringLiteral("audio: recording failed to start — No audio input device available.")));
     EXPECT_TRUE(pillText().isNull());
     EXPECT_FALSE(controller->hotkey().escapeEnabled);
+}
+
+TEST_F(DictationSession, MarkupInAnErrorIsShownAsItCame) {
+    launchReady();
+    controller->store().update([](Config &config) {
+        config.provider = TranscriptionProvider::custom;
+        config.apiKeys.insert(QStringLiteral("custom"), QStringLiteral("key"));
+        config.customBaseURL = QStringLiteral("https://example.org/v1");
+    });
+    dictate();
+    http.answer(400, R"({"error":{"message":"<img src='/etc/hostname'><b>no</b>"}})");
+    advance(0ms);
+    ASSERT_EQ(alerts().size(), 1);
+    for (const QLabel *label : alerts().first()->findChildren<QLabel *>())
+        EXPECT_EQ(label->textFormat(), Qt::PlainText) << qPrintable(label->objectName());
+    EXPECT_TRUE(alertText().contains(QStringLiteral("<b>no</b>"))) << qPrintable(alertText());
+}
+
+TEST_F(DictationSession, EndlessErrorIsCutToWhatAScreenHolds) {
+    launchReady();
+    dictate();
+    http.fail({QStringLiteral("test"), 1, QString(200'000, QLatin1Char('x'))});
+    ASSERT_EQ(alerts().size(), 1);
+    EXPECT_EQ(alertText(), QString(1000, QLatin1Char('x')) + QStringLiteral("…"));
 }
 
 TEST_F(DictationSession, FailedTranscriptionIsAnAlert) {

@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 #include <gtest/gtest.h>
 
@@ -19,8 +20,9 @@ protected:
     QString path = folder + QStringLiteral("/org.quenda.Quenda.desktop");
     LinuxLoginItem item{folder};
 
-    void write(const QByteArray &text) const {
-        QDir().mkpath(folder);
+    void write(const QByteArray &text) const { write(text, path); }
+    static void write(const QByteArray &text, const QString &path) {
+        QDir().mkpath(QFileInfo(path).path());
         QFile file(path);
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
         file.write(text);
@@ -59,6 +61,53 @@ TEST_F(LinuxLoginItemTest, EntrySwitchedOffByTheDesktopIsOff) {
     EXPECT_FALSE(item.isEnabled());
     write("[Desktop Entry]\nExec=quenda\nHidden=false\n");
     EXPECT_TRUE(item.isEnabled());
+}
+
+TEST_F(LinuxLoginItemTest, EntryIsTheOneThatIsInstalledAsAnExample) {
+    item.setEnabled(true);
+    QByteArray entry = read();
+    EXPECT_EQ(
+        entry.replace("\"" + QCoreApplication::applicationFilePath().toUtf8() + "\"", "quenda"),
+        "[Desktop Entry]\nType=Application\nName=Quenda\n"
+        "Comment=Dictate into any text field\nIcon=org.quenda.Quenda\nExec=quenda\n"
+        "Terminal=false\n");
+}
+
+TEST_F(LinuxLoginItemTest, EverybodysEntryCountsUntilTheUserHasOne) {
+    const QString first = fakes::testHome() + QStringLiteral("/first");
+    const QString second = fakes::testHome() + QStringLiteral("/second");
+    LinuxLoginItem shared(folder, {first, second});
+    EXPECT_FALSE(shared.isEnabled());
+    write("[Desktop Entry]\nExec=quenda\n", second + QStringLiteral("/org.quenda.Quenda.desktop"));
+    EXPECT_TRUE(shared.isEnabled());
+
+    EXPECT_EQ(shared.setEnabled(false), LoginItemOutcome::Done);
+    EXPECT_FALSE(shared.isEnabled());
+    EXPECT_TRUE(read().endsWith("\nHidden=true\n"));
+    EXPECT_EQ(shared.setEnabled(true), LoginItemOutcome::Done);
+    EXPECT_TRUE(shared.isEnabled());
+    EXPECT_FALSE(read().contains("Hidden"));
+
+    // The more important one hides the other, so there is nothing to be hidden by the user.
+    write("[Desktop Entry]\nHidden=true\n", first + QStringLiteral("/org.quenda.Quenda.desktop"));
+    EXPECT_EQ(shared.setEnabled(false), LoginItemOutcome::Done);
+    EXPECT_FALSE(shared.isEnabled());
+    EXPECT_FALSE(QFile::exists(path));
+}
+
+TEST_F(LinuxLoginItemTest, WithoutFoldersTheyAreTheEnvironments) {
+    const QByteArray everybody = QFile::encodeName(fakes::testHome()) + "/xdg";
+    const QByteArray saved = qgetenv("XDG_CONFIG_DIRS");
+    qputenv("XDG_CONFIG_DIRS", everybody);
+    const LinuxLoginItem shared;
+    if (saved.isNull())
+        qunsetenv("XDG_CONFIG_DIRS");
+    else
+        qputenv("XDG_CONFIG_DIRS", saved);
+    EXPECT_FALSE(shared.isEnabled());
+    write("[Desktop Entry]\nExec=quenda\n",
+          QFile::decodeName(everybody) + QStringLiteral("/autostart/org.quenda.Quenda.desktop"));
+    EXPECT_TRUE(shared.isEnabled());
 }
 
 TEST_F(LinuxLoginItemTest, FolderThatCannotBeMadeIsARefusal) {

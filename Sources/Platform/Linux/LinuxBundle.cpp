@@ -19,7 +19,7 @@ std::optional<QString> LinuxBundle::identifier() const {
 
 std::optional<QString> LinuxBundle::resourceDirectory() const {
     return QDir::cleanPath(QCoreApplication::applicationDirPath() +
-                           QStringLiteral("/../share/quenda"));
+                           QStringLiteral("/" QUENDA_RESOURCES_FROM_PROGRAM));
 }
 
 } // namespace quenda

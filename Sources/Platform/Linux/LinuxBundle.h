@@ -10,7 +10,8 @@ public:
     std::optional<QString> shortVersion() const override;
     std::optional<QString> version() const override;
     std::optional<QString> identifier() const override;
-    /// `share/quenda` beside the folder of the executable, whether it exists or not.
+    /// `lib/quenda` beside the folder of the executable (the build can choose another), whether it
+    /// exists or not. Not below `share`, where no programs belong: the engine lies in its `bin`.
     std::optional<QString> resourceDirectory() const override;
 };
 

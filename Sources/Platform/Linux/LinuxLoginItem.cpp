@@ -1,17 +1,21 @@
 #include "Platform/Linux/LinuxLoginItem.h"
 
+#include "AutostartEntry.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QSaveFile>
 #include <QStandardPaths>
 
+#include <optional>
 #include <utility>
 
 namespace quenda {
 
 namespace {
 
+const QString kEntryName = QStringLiteral("/org.quenda.Quenda.desktop");
 constexpr qint64 kMaxEntryBytes = 64 * 1024; // an autostart entry has some hundred bytes
 
 // Quotes an argument for an Exec key (Desktop Entry, "The Exec key"): the four characters that are
@@ -32,22 +36,11 @@ QString quotedForExec(const QString &argument) {
     return QLatin1Char('"') + quoted + QLatin1Char('"');
 }
 
-} // namespace
-
-LinuxLoginItem::LinuxLoginItem(QString folder) : m_folder(std::move(folder)) {
-    if (m_folder.isEmpty())
-        m_folder = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
-                   QStringLiteral("/autostart");
-}
-
-QString LinuxLoginItem::entryPath() const {
-    return m_folder + QStringLiteral("/org.quenda.Quenda.desktop");
-}
-
-bool LinuxLoginItem::isEnabled() const {
-    QFile entry(entryPath());
+// Nothing if there is no such entry.
+std::optional<bool> startsAtLogin(const QString &path) {
+    QFile entry(path);
     if (!entry.open(QIODevice::ReadOnly))
-        return false;
+        return std::nullopt;
     const QList<QByteArray> lines = entry.read(kMaxEntryBytes).split('\n');
     for (const QByteArray &line : lines) {
         const QByteArray compact = QByteArray(line).replace(' ', "").trimmed().toLower();
@@ -57,23 +50,47 @@ bool LinuxLoginItem::isEnabled() const {
     return true;
 }
 
-LoginItemOutcome LinuxLoginItem::setEnabled(bool enabled) {
-    if (!enabled) {
-        QFile::remove(entryPath());
-        return QFile::exists(entryPath()) ? LoginItemOutcome::Refused : LoginItemOutcome::Done;
+} // namespace
+
+LinuxLoginItem::LinuxLoginItem(QString folder, QStringList systemFolders)
+    : m_folder(std::move(folder)),
+      m_systemFolders(std::move(systemFolders)) {
+    if (!m_folder.isEmpty())
+        return;
+    m_systemFolders = QStandardPaths::standardLocations(QStandardPaths::GenericConfigLocation);
+    for (QString &place : m_systemFolders)
+        place += QStringLiteral("/autostart");
+    m_folder = m_systemFolders.takeFirst(); // the user's own comes first
+}
+
+QString LinuxLoginItem::entryPath() const {
+    return m_folder + kEntryName;
+}
+
+bool LinuxLoginItem::isEnabled() const {
+    for (const QString &folder : QStringList(m_folder) + m_systemFolders) {
+        if (const std::optional<bool> starts = startsAtLogin(folder + kEntryName))
+            return *starts;
     }
+    return false;
+}
+
+LoginItemOutcome LinuxLoginItem::setEnabled(bool enabled) {
+    const QString text = QString::fromUtf16(kAutostartEntry)
+                             .arg(quotedForExec(QCoreApplication::applicationFilePath()));
+    if (enabled)
+        return write(text);
+    QFile::remove(entryPath());
+    if (QFile::exists(entryPath()))
+        return LoginItemOutcome::Refused;
+    return isEnabled() ? write(text + QStringLiteral("Hidden=true\n")) : LoginItemOutcome::Done;
+}
+
+LoginItemOutcome LinuxLoginItem::write(const QString &text) const {
     QDir().mkpath(m_folder);
     QSaveFile entry(entryPath());
     if (!entry.open(QIODevice::WriteOnly))
         return LoginItemOutcome::Refused;
-    const QString text = QStringLiteral("[Desktop Entry]\n"
-                                        "Type=Application\n"
-                                        "Name=Quenda\n"
-                                        "Comment=Dictate into any text field\n"
-                                        "Icon=org.quenda.Quenda\n"
-                                        "Exec=%1\n"
-                                        "Terminal=false\n")
-                             .arg(quotedForExec(QCoreApplication::applicationFilePath()));
     entry.write(text.toUtf8());
     return entry.commit() ? LoginItemOutcome::Done : LoginItemOutcome::Refused;
 }
