@@ -72,6 +72,9 @@ public:
     virtual bool isCompositing() const = 0;
     /// Called when the answer of isCompositing() has changed. Replaces an earlier handler.
     virtual void setCompositingHandler(std::function<void()> handler) = 0;
+    /// Where a person binds keys to command lines on this desktop, and how, in a sentence or two;
+    /// empty where that is not known.
+    virtual QString keyBindingAdvice() const = 0;
 };
 
 /// What the program's own package says of it.

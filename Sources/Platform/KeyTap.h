@@ -58,6 +58,13 @@ public:
     virtual void setEnabled(bool enabled) = 0;
 };
 
+/// Where a tap hears keys.
+enum class KeyReach {
+    Everywhere,
+    OwnKindOfWindows, ///< only while a window of the same window system has the focus (Wayland)
+    Nowhere,          ///< the window system has no such thing, and will not have it later
+};
+
 class KeyTapFactory {
 public:
     KeyTapFactory() = default;
@@ -68,6 +75,9 @@ public:
     /// Installs a tap, not yet enabled. Null where the system refuses it (permission missing, no
     /// X server, no XInput2).
     virtual std::unique_ptr<KeyTap> createTap(KeyTap::Handler handler) = 0;
+
+    /// What this session's window system offers, whatever permission the program has.
+    virtual KeyReach reach() const = 0;
 };
 
 } // namespace quenda

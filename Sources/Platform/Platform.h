@@ -6,11 +6,13 @@
 #include "Platform/Accessibility.h"
 #include "Platform/AudioInput.h"
 #include "Platform/Desktop.h"
+#include "Platform/Error.h"
 #include "Platform/KeyPoster.h"
 #include "Platform/KeyTap.h"
 #include "Platform/MicrophonePermission.h"
 #include "Platform/Pasteboard.h"
 #include "Platform/ProcessRunner.h"
+#include "Platform/RemoteControl.h"
 #include "Platform/StatusTray.h"
 
 #include <memory>
@@ -33,13 +35,19 @@ struct Platform {
     std::unique_ptr<LoginItem> loginItem;
     std::unique_ptr<Workspace> workspace;
     std::unique_ptr<Bundle> bundle;
+    std::unique_ptr<RemoteControl> remoteControl;
 };
 
 /// Where this system keeps a user's application data and logs. Needs no application object.
 Folders platformFolders();
 
-/// Chooses the program's window-system behaviour (no Dock icon); before the application object.
-void prepareApplication();
+/// What the program's package says; needs no application object.
+std::unique_ptr<Bundle> createBundle();
+
+/// Readies the process for its windows (no Dock icon on macOS); before the application object.
+/// An error, for a person, where there is no window system to be had: make none then, for the
+/// attempt would end the process.
+Failure prepareApplication();
 
 /// Builds the backend that was compiled in. Call it once, after the application object exists.
 Platform createPlatform();

@@ -41,6 +41,7 @@ AppDelegate::AppDelegate(Environment environment, QObject *parent)
 }
 
 AppDelegate::~AppDelegate() {
+    m_env.platform.remoteControl->setHandler({});
     m_env.platform.sessionEvents->setTerminateHandler({});
     m_env.platform.sessionEvents->setWakeHandler({});
 }
@@ -72,6 +73,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     installUpdateCallback();
     scheduleUpdateCheck();
     scheduleFirstWindow();
+    takeRequests();
 }
 
 void AppDelegate::applicationWillTerminate() {

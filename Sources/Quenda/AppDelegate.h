@@ -4,7 +4,8 @@
 // by the entry point; lives until the process ends. Main thread only.
 //
 // Its implementation lies in one file per concern: AppDelegate.cpp (construction, launch, end),
-// AppDelegateDictation.cpp, AppDelegateEngine.cpp, AppDelegateMenu.cpp, AppDelegateWindows.cpp.
+// AppDelegateDictation.cpp, AppDelegateEngine.cpp, AppDelegateMenu.cpp, AppDelegateRemote.cpp,
+// AppDelegateWindows.cpp.
 
 #include "Platform/Platform.h"
 #include "Platform/Scheduler.h"
@@ -95,6 +96,10 @@ public:
     RetryOutcome retryDictation();
     bool canRetryDictation() const { return m_failedDictation.has_value(); }
 
+    // --- requests from other processes ---
+    /// Does what another process of the user asks for, as the key or the menu would.
+    RemoteAnswer carryOut(const RemoteRequest &request);
+
     // --- engine ---
     void startEngine();
     void restartEngine();
@@ -157,12 +162,21 @@ private:
     void cancelWithNotice(const QString &notice);
     void endRecordingState(const QString &cue);
     void maxDurationReached();
+    void startCap();
     void transcribe(const Dictation &dictation);
     void keepIfFailed(const Dictation &dictation, bool recognised);
     void transcriptionDone(const Result<QString> &result, double audioSeconds,
                            std::chrono::milliseconds started);
     void playCue(const QString &name);
     void setIcon(bool recording);
+
+    // requests from other processes
+    void takeRequests();
+    RemoteAnswer begin(bool capped);
+    RemoteAnswer end(void (AppDelegate::*how)());
+    RemoteAnswer retry();
+    RemoteAnswer copyEntry(quint32 entry);
+    RemoteAnswer status();
 
     // menu
     void setupStatusItem();
@@ -171,11 +185,13 @@ private:
 
     // windows
     void ensureAccessibilityAndStartHotkey();
+    KeyReach keyReach();
     void startHotkey();
     void runFirstLaunchFlowIfNeeded();
     void scheduleUpdateCheck();
     void scheduleFirstWindow();
     void chooseFirstWindow();
+    void tellOnceWhereToBind();
     void installUpdateCallback();
 
     Environment m_env;
@@ -197,6 +213,8 @@ private:
     std::optional<Dictation> m_failedDictation;
     std::optional<quint64> m_retried; ///< the number of the one that is being sent again
     Scheduler::TimerHandle m_maxDurationTimer;
+    /// Held also by every transcription that is under way.
+    std::shared_ptr<const char> m_transcriptions = std::make_shared<const char>();
     QStringList m_history; ///< newest first; in memory only
 
     QAction *m_statusMenuItem = nullptr;
@@ -210,6 +228,7 @@ private:
     Scheduler::TimerHandle m_engineKeyDebounce;
     std::vector<Subscription> m_cancellables;
     int m_axPollCount = 0;
+    std::optional<KeyReach> m_keyReach; ///< once it was asked for
 
     std::unique_ptr<WelcomeView> m_welcomeWindow;
     std::unique_ptr<SettingsView> m_settingsWindow;

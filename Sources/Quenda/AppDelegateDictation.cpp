@@ -109,10 +109,13 @@ void AppDelegate::beginDictation() {
     setIcon(true);
     m_hotkey->escapeEnabled = true;
     playCue(QStringLiteral("Pop"));
-    if (config.activationMode == ActivationMode::toggle) {
-        const std::chrono::milliseconds cap(std::llround(boundedCap(config) * 1000.0));
-        m_maxDurationTimer = m_env.scheduler.once(cap, [this] { maxDurationReached(); });
-    }
+    if (config.activationMode == ActivationMode::toggle)
+        startCap();
+}
+
+void AppDelegate::startCap() {
+    const std::chrono::milliseconds cap(std::llround(boundedCap(m_store->config()) * 1000.0));
+    m_maxDurationTimer = m_env.scheduler.once(cap, [this] { maxDurationReached(); });
 }
 
 void AppDelegate::maxDurationReached() {
@@ -188,8 +191,8 @@ void AppDelegate::cancelDictation() {
 void AppDelegate::transcribe(const Dictation &dictation) {
     m_indicator->show(RecordingIndicator::Mode::transcribing);
     const std::chrono::milliseconds started = m_env.scheduler.uptime();
-    auto done = [self = QPointer<AppDelegate>(this), dictation,
-                 started](const Result<QString> &result) {
+    auto done = [self = QPointer<AppDelegate>(this), dictation, started,
+                 underWay = m_transcriptions](const Result<QString> &result) {
         if (!self)
             return;
         self->keepIfFailed(dictation, result.ok());

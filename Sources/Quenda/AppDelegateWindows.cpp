@@ -3,6 +3,7 @@
 #include "Quenda/AboutView.h"
 #include "Quenda/Alerts.h"
 #include "Quenda/AppDelegate.h"
+#include "Quenda/Log.h"
 #include "Quenda/MenuText.h"
 #include "Quenda/ModelCatalog.h"
 #include "Quenda/ModelDownloader.h"
@@ -26,6 +27,7 @@ constexpr std::chrono::milliseconds kTrustPoll{3000};
 constexpr int kStaleEntryCheck = 15; // failed checks until a stale permission entry is suspected
 constexpr std::chrono::milliseconds kUpdateAnswer{2500};
 const QString kSeenWelcomeKey = QStringLiteral("hasSeenWelcome");
+const QString kToldKeyReachKey = QStringLiteral("toldWhereToBindTheKey");
 } // namespace
 
 void AppDelegate::ensureAccessibilityAndStartHotkey() {
@@ -34,6 +36,8 @@ void AppDelegate::ensureAccessibilityAndStartHotkey() {
         startHotkey();
         return;
     }
+    if (keyReach() == KeyReach::Nowhere)
+        return; // no permission will ever change that
     ++m_axPollCount;
     if (m_axPollCount == kStaleEntryCheck) {
         showAlert(*m_env.platform.workspace, tr("Accessibility permission needs a reset"),
@@ -43,6 +47,12 @@ void AppDelegate::ensureAccessibilityAndStartHotkey() {
                      "entry it creates."));
     }
     m_env.scheduler.after(kTrustPoll, this, [this] { ensureAccessibilityAndStartHotkey(); });
+}
+
+KeyReach AppDelegate::keyReach() {
+    if (!m_keyReach)
+        m_keyReach = m_env.platform.keyTaps->reach();
+    return *m_keyReach;
 }
 
 void AppDelegate::startHotkey() {
@@ -85,12 +95,35 @@ void AppDelegate::chooseFirstWindow() {
         m_env.defaults.setValue(kSeenWelcomeKey, true);
         m_env.defaults.sync(); // a crash from here on must not show it again
         openWelcome();
+        tellOnceWhereToBind();
         return;
     }
+    tellOnceWhereToBind();
     const bool microphone =
         m_env.platform.microphonePermission->status() == AuthorizationStatus::Authorized;
-    if (!microphone || !m_env.platform.accessibility->isTrusted())
+    const bool listening =
+        keyReach() == KeyReach::Nowhere || m_env.platform.accessibility->isTrusted();
+    if (!microphone || !listening)
         openSettings();
+}
+
+// Where no program hears keys in the background, the desktop can still start one for a key.
+void AppDelegate::tellOnceWhereToBind() {
+    if (keyReach() == KeyReach::Everywhere)
+        return;
+    Log::log(QStringLiteral("hotkey: this session lets no program hear the key everywhere"));
+    if (m_env.defaults.value(kToldKeyReachKey).toBool())
+        return;
+    m_env.defaults.setValue(kToldKeyReachKey, true);
+    m_env.defaults.sync();
+    QString text =
+        tr("This session does not let programs listen for a key in the background. Bind "
+           "a key to “quenda toggle” in the keyboard settings of the desktop instead: it "
+           "begins a dictation, and ends it when pressed again.");
+    const QString advice = m_env.platform.workspace->keyBindingAdvice();
+    if (!advice.isEmpty())
+        text += QStringLiteral("\n\n") + advice;
+    showAlert(*m_env.platform.workspace, tr("The dictation key cannot be heard here"), text);
 }
 
 void AppDelegate::openWelcome() {

@@ -51,6 +51,13 @@ qsizetype runEnd(const QString &text, qsizetype start) {
     return position;
 }
 
+// Besides emoji it does so with everything outside the basic plane that has no script of its own:
+// mathematical letters, private characters, variation selectors.
+bool isInsidePair(const QString &text, qsizetype position) {
+    return position > 0 && position < text.size() && text.at(position - 1).isHighSurrogate() &&
+           text.at(position).isLowSurrogate();
+}
+
 Boundary advance(const QString &text, qsizetype atMost) {
     Boundary boundary;
     for (qsizetype start = 0; start < text.size() && boundary.graphemes < atMost;) {
@@ -61,6 +68,8 @@ Boundary advance(const QString &text, qsizetype atMost) {
             const qsizetype next = finder.toNextBoundary();
             if (next < 0)
                 break;
+            if (isInsidePair(text, start + next))
+                continue;
             ++boundary.graphemes;
             boundary.position = start + next;
         }

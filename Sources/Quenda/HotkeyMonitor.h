@@ -31,6 +31,8 @@ public:
     /// Removes the tap and the watchdog; safe when not started.
     void stop();
 
+    /// Whether a tap is installed and the system has not switched it off.
+    bool isListening() const { return m_eventTap && m_eventTap->isEnabled(); }
     bool keyIsDown() const { return m_keyIsDown; }
 
 private:

@@ -84,9 +84,7 @@ void HttpExchange::headArrived() {
     }
     m_status = status;
     m_begun = true;
-    bool numeric = false;
-    const qint64 length = m_reply->rawHeader("Content-Length").toLongLong(&numeric);
-    m_announced = numeric && length >= 0 ? length : -1;
+    m_announced = announcedLength(m_reply->rawHeader("Content-Length"));
     const Result<bool> wanted = m_body->begin(status, m_announced);
     if (!wanted.ok())
         fail(wanted.error());

@@ -85,6 +85,12 @@ bool isRedirect(int status) {
     return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
 
+qint64 announcedLength(const QByteArray &contentLength) {
+    bool numeric = false;
+    const qint64 length = contentLength.toLongLong(&numeric);
+    return numeric && length >= 0 ? length : -1;
+}
+
 Result<HttpRequest> redirected(const HttpRequest &request, int status, const QUrl &target) {
     HttpRequest next = request;
     next.url = request.url.resolved(target);

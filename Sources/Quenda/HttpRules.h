@@ -34,6 +34,9 @@ bool fitsHeader(QByteArrayView value);
 
 bool isRedirect(int status);
 
+/// The length that an answer's Content-Length announces; -1 where that is missing or no number.
+qint64 announcedLength(const QByteArray &contentLength);
+
 /// The request that follows a redirect to `target`, or why it is not followed. A GET that carries
 /// no Authorization goes anywhere but from https to http. Anything else stays with its scheme,
 /// host and port, and is repeated as it was; a redirect that would make a GET of it is refused.

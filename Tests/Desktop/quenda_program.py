@@ -60,15 +60,15 @@ class Quenda:
             (config_home / "Quenda" / "Quenda.conf").write_text(
                 "[General]\nhasSeenWelcome=true\n", encoding="utf-8")
         self.control(**(controls or {}))
-        self._environment = environment | {
+        self.environment = environment | {
             "XDG_DATA_HOME": str(folder / "data"), "XDG_STATE_HOME": str(folder / "state"),
             "XDG_CONFIG_HOME": str(config_home), "XDG_CACHE_HOME": str(folder / "cache"),
             "SPHINX_CONTROL": str(self.controls_file),
         } | (variables or {})
         if trace:
-            self._environment["QUENDA_TRACE"] = str(self.trace_file)
+            self.environment["QUENDA_TRACE"] = str(self.trace_file)
         self.started_ns = now_ns()
-        self.process = start([str(binary)], folder.name, env=self._environment,
+        self.process = start([str(binary)], folder.name, env=self.environment,
                              cwd=str(folder))
 
     def _wrap(self, engine: Path) -> Path:

@@ -35,7 +35,7 @@ void FakeAudioInput::deliver(const std::vector<float> &interleaved) {
         return;
     std::vector<const float *> channels;
     for (int channel = 0; channel < format.channels; ++channel)
-        channels.push_back(interleaved.data() + channel);
+        channels.push_back(interleaved.empty() ? nullptr : interleaved.data() + channel);
     AudioBuffer buffer;
     buffer.channels = channels.data();
     buffer.stride = format.channels;

@@ -10,6 +10,9 @@ namespace quenda::fakes {
 class FakeKeyTapFactory final : public KeyTapFactory {
 public:
     std::unique_ptr<KeyTap> createTap(KeyTap::Handler handler) override;
+    KeyReach reach() const override { return keyReach; }
+
+    KeyReach keyReach = KeyReach::Everywhere;
 
     bool refuse = false;        ///< createTap answers null
     bool enableRefused = false; ///< setEnabled(true) has no effect

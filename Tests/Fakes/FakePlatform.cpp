@@ -47,6 +47,7 @@ FakePlatform::FakePlatform() {
     loginItem = make<FakeLoginItem>(platform.loginItem);
     workspace = make<FakeWorkspace>(platform.workspace);
     bundle = make<FakeBundle>(platform.bundle);
+    remoteControl = make<FakeRemoteControl>(platform.remoteControl);
 }
 
 } // namespace quenda::fakes

@@ -60,6 +60,7 @@ public:
     void setCompositingHandler(std::function<void()> handler) override {
         compositingChanged = std::move(handler);
     }
+    QString keyBindingAdvice() const override { return bindingAdvice; }
 
     QList<QUrl> opened;
     QStringList panes;
@@ -67,6 +68,7 @@ public:
     int activations = 0;
     int relaunches = 0;
     int floatingPanels = 0;
+    QString bindingAdvice;
     bool compositing = true;
     std::function<void()> compositingChanged;
 };
@@ -82,6 +84,14 @@ public:
     std::optional<QString> buildText = QStringLiteral("57");
     std::optional<QString> identifierText = QStringLiteral("org.quenda.Quenda");
     std::optional<QString> resources;
+};
+
+class FakeRemoteControl final : public RemoteControl {
+public:
+    void setHandler(Handler wanted) override { handler = std::move(wanted); }
+    /// What the program answers to a request from outside.
+    RemoteAnswer ask(RemoteCommand command, quint32 entry = 0) { return handler({command, entry}); }
+    Handler handler;
 };
 
 struct FakePlatform {
@@ -104,6 +114,7 @@ struct FakePlatform {
     FakeLoginItem *loginItem = nullptr;
     FakeWorkspace *workspace = nullptr;
     FakeBundle *bundle = nullptr;
+    FakeRemoteControl *remoteControl = nullptr;
 };
 
 } // namespace quenda::fakes

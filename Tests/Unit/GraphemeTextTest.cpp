@@ -36,6 +36,21 @@ TEST(GraphemeTextTest, CutsBetweenCharactersOnly) {
     EXPECT_EQ(firstGraphemes(text, 100), text);
 }
 
+// In a run of such a script, Qt's boundary finder takes each half of a surrogate pair for a
+// character where the pair has no script of its own.
+TEST(GraphemeTextTest, NeverCutsASurrogatePair) {
+    const QString vowelSign = QString::fromUtf8("\u0947");
+    for (const char *const letter : {"न", "ก", "မ", "ཀ"}) {
+        for (const char *const pair : {"𝐀", "🀘", "🏽", "\U000F0000", "\U000E0100"}) {
+            const QString text = QString::fromUtf8(letter) + QString::fromUtf8(pair) + vowelSign +
+                                 QString::fromUtf8(pair);
+            EXPECT_LE(graphemeCount(text), 4) << qPrintable(text);
+            for (qsizetype count = 0; count <= graphemeCount(text); ++count)
+                EXPECT_TRUE(firstGraphemes(text, count).isValidUtf16()) << qPrintable(text);
+        }
+    }
+}
+
 TEST(GraphemeTextTest, BrokenTextIsCountedAndCutWithoutHarm) {
     const QString lone = QString(QChar(0xD83D)) + QLatin1Char('a') + QChar(0xDC69);
     EXPECT_EQ(firstGraphemes(lone, 100), lone);

@@ -113,6 +113,15 @@ TEST(HttpRulesTest, ARedirectNeverLeadsFromHttpsToHttp) {
     EXPECT_TRUE(redirected(request, 302, QUrl(QStringLiteral("https://cdn.example/a"))).ok());
 }
 
+TEST(HttpRulesTest, AnAnnouncedLengthIsAWholeNumber) {
+    EXPECT_EQ(announcedLength("0"), 0);
+    EXPECT_EQ(announcedLength("1624555275"), 1624555275);
+    EXPECT_EQ(announcedLength("9223372036854775807"), 9223372036854775807);
+    for (const char *const other :
+         {"", "-1", "9223372036854775808", "12, 12", "0x10", "1e3", "5.0"})
+        EXPECT_EQ(announcedLength(other), -1) << other;
+}
+
 TEST(HttpRulesTest, TheSameHostMeansSchemeNameAndPort) {
     HttpRequest request;
     request.method = "POST";

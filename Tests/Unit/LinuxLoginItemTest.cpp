@@ -110,6 +110,16 @@ TEST_F(LinuxLoginItemTest, WithoutFoldersTheyAreTheEnvironments) {
     EXPECT_TRUE(shared.isEnabled());
 }
 
+TEST_F(LinuxLoginItemTest, BlanksCountInsideAKeyOrAValueButNotAround) {
+    write("[Desktop Entry]\n Hidden =\ttrue \r\n");
+    EXPECT_FALSE(item.isEnabled());
+    for (const char *const other :
+         {"Hid den=true", "Hidden=tr ue", "Hidden", "=true", "Hidden==true"}) {
+        write(QByteArray("[Desktop Entry]\n") + other + '\n');
+        EXPECT_TRUE(item.isEnabled()) << other;
+    }
+}
+
 TEST_F(LinuxLoginItemTest, FolderThatCannotBeMadeIsARefusal) {
     QFile blocking(fakes::testHome() + QStringLiteral("/config"));
     ASSERT_TRUE(blocking.open(QIODevice::WriteOnly));

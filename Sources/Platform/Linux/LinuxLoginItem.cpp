@@ -43,8 +43,12 @@ std::optional<bool> startsAtLogin(const QString &path) {
         return std::nullopt;
     const QList<QByteArray> lines = entry.read(kMaxEntryBytes).split('\n');
     for (const QByteArray &line : lines) {
-        const QByteArray compact = QByteArray(line).replace(' ', "").trimmed().toLower();
-        if (compact == "hidden=true" || compact == "x-gnome-autostart-enabled=false")
+        // White space counts for nothing around the "=", but it does inside a key or a value.
+        const qsizetype equals = line.indexOf('=');
+        const QByteArray key = line.left(equals).trimmed().toLower();
+        const QByteArray value = line.mid(equals + 1).trimmed().toLower();
+        if (equals >= 0 && ((key == "hidden" && value == "true") ||
+                            (key == "x-gnome-autostart-enabled" && value == "false")))
             return false;
     }
     return true;

@@ -1,5 +1,6 @@
 // Builds the Linux backend.
 
+#include "Platform/Linux/DBusRemoteControl.h"
 #include "Platform/Linux/LinuxBundle.h"
 #include "Platform/Linux/LinuxLoginItem.h"
 #include "Platform/Linux/LinuxProcessRunner.h"
@@ -10,6 +11,7 @@
 #include "Platform/Linux/PulseAudioInput.h"
 #include "Platform/Linux/PulseConnection.h"
 #include "Platform/Linux/PulseMicrophonePermission.h"
+#include "Platform/Linux/SessionBus.h"
 #include "Platform/Linux/SyntheticKeys.h"
 #include "Platform/Linux/X11Accessibility.h"
 #include "Platform/Linux/X11KeyPoster.h"
@@ -17,11 +19,43 @@
 #include "Platform/Linux/X11Pasteboard.h"
 #include "Platform/Platform.h"
 
+#include <QCoreApplication>
+
+#include <chrono>
 #include <memory>
+#include <optional>
 
 namespace quenda {
 
-void prepareApplication() {}
+namespace {
+
+constexpr std::chrono::milliseconds kBusPatience{500};
+
+// Qt's plug-ins that need no display stay usable, for tests say.
+bool needsDisplay() {
+    const QByteArray plugin = qgetenv("QT_QPA_PLATFORM");
+    return plugin.isEmpty() || plugin.startsWith("xcb") || plugin.startsWith("wayland");
+}
+
+} // namespace
+
+std::unique_ptr<Bundle> createBundle() {
+    return std::make_unique<LinuxBundle>();
+}
+
+Failure prepareApplication() {
+    if (needsDisplay() && qEnvironmentVariableIsEmpty("DISPLAY") &&
+        qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        return quendaError(
+            0, QCoreApplication::translate("LinuxPlatform",
+                                           "Quenda needs a graphical session: neither DISPLAY nor "
+                                           "WAYLAND_DISPLAY is set."));
+    // A bus that takes connections but does not answer would hold up Qt, and the start, for good.
+    const std::optional<SessionBus> bus = findSessionBus(kBusPatience);
+    if (bus && !bus->alive)
+        qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
+    return std::nullopt;
+}
 
 Platform createPlatform() {
     const auto sound = std::make_shared<PulseConnection>();
@@ -41,7 +75,8 @@ Platform createPlatform() {
     platform.statusTray = std::make_unique<LinuxStatusTray>();
     platform.loginItem = std::make_unique<LinuxLoginItem>();
     platform.workspace = std::make_unique<LinuxWorkspace>();
-    platform.bundle = std::make_unique<LinuxBundle>();
+    platform.bundle = createBundle();
+    platform.remoteControl = std::make_unique<DBusRemoteControl>();
     return platform;
 }
 

@@ -37,6 +37,7 @@ public:
     void makeFloatingPanel(QWindow *window, int cornerRadius) override;
     bool isCompositing() const override;
     void setCompositingHandler(std::function<void()> handler) override;
+    QString keyBindingAdvice() const override;
 
 private:
     void raisePanels();

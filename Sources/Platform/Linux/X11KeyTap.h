@@ -87,6 +87,7 @@ class X11KeyTapFactory final : public KeyTapFactory {
 public:
     explicit X11KeyTapFactory(std::shared_ptr<SyntheticKeys> synthetic);
     std::unique_ptr<KeyTap> createTap(KeyTap::Handler handler) override;
+    KeyReach reach() const override;
 
 private:
     std::shared_ptr<SyntheticKeys> m_synthetic;

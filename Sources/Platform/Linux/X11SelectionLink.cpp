@@ -152,26 +152,19 @@ PropertyValue X11SelectionLink::readProperty(xcb_window_t window, xcb_atom_t pro
                              std::uint32_t(value.bytes.size() / 4), kSliceBytes / 4),
             &error));
         const XcbPointer<xcb_generic_error_t> freed(error);
-        if (!reply || reply->type == XCB_NONE)
+        if (!reply)
             return {};
-        const bool first = value.type == XCB_NONE;
-        const int length = xcb_get_property_value_length(reply.get());
-        // Another writer may have changed it since the slice before.
-        if (!first && (reply->type != value.type || reply->format != value.format || length <= 0))
-            return {};
-        value.type = reply->type;
-        value.format = reply->format;
-        const qsizetype total = value.bytes.size() + length + qsizetype(reply->bytes_after);
-        if (total > limit) {
-            value.bytes.clear();
-            value.tooLarge = true;
+        const QByteArrayView bytes(static_cast<const char *>(xcb_get_property_value(reply.get())),
+                                   xcb_get_property_value_length(reply.get()));
+        switch (addSlice(value, {reply->type, reply->format, bytes, reply->bytes_after}, limit)) {
+        case SliceOutcome::More:
+            break;
+        case SliceOutcome::Whole:
+        case SliceOutcome::TooLarge:
             return value;
+        case SliceOutcome::Void:
+            return {};
         }
-        if (first && reply->bytes_after > 0)
-            value.bytes.reserve(total);
-        value.bytes.append(static_cast<const char *>(xcb_get_property_value(reply.get())), length);
-        if (reply->bytes_after == 0)
-            return value;
     }
     return {};
 }

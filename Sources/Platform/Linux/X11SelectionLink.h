@@ -3,6 +3,8 @@
 // selections, atoms by name, and properties read in bounded slices. Clipboard thread only; every
 // call waits for the X server at most, never for another client.
 
+#include "Platform/Linux/SelectionProperty.h"
+
 #include <QByteArray>
 #include <QHash>
 
@@ -21,13 +23,6 @@ struct FreeDeleter {
 };
 template <typename T>
 using XcbPointer = std::unique_ptr<T, FreeDeleter>;
-
-struct PropertyValue {
-    xcb_atom_t type = XCB_NONE; ///< XCB_NONE: there is no such property, or it could not be read
-    int format = 8;
-    QByteArray bytes;
-    bool tooLarge = false; ///< it has more bytes than asked for; `bytes` is empty
-};
 
 class X11SelectionLink {
 public:

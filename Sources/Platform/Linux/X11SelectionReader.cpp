@@ -2,10 +2,7 @@
 
 #include "Platform/Linux/X11SelectionLink.h"
 
-#include <QSet>
-
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 namespace quenda {
@@ -19,8 +16,6 @@ constexpr std::size_t kMaxRunning = 4;
 // A window whose conversion never ended is kept: an owner that answers after all would otherwise
 // get an error, and many programs end on one, with the user's contents.
 constexpr std::size_t kMaxWindows = 32;
-// Atoms in a list of targets that are looked at.
-constexpr qsizetype kMaxListed = 4096;
 } // namespace
 
 X11SelectionReader::X11SelectionReader(X11SelectionLink &link, xcb_atom_t selection, Done done)
@@ -125,16 +120,14 @@ void X11SelectionReader::receive(Conversions::iterator conversion) {
     const PropertyValue value = m_link.readProperty(conversion->window, m_property, m_bytesLeft,
                                                     [this] { return wanted(); });
     if (value.type == m_incr) {
-        std::uint32_t atLeast = 0;
-        if (value.format == 32 && value.bytes.size() >= qsizetype(sizeof atLeast))
-            std::memcpy(&atLeast, value.bytes.constData(), sizeof atLeast);
-        if (qsizetype(atLeast) > m_bytesLeft) {
+        const qsizetype atLeast = announcedBytes(value);
+        if (atLeast > m_bytesLeft) {
             abandon(*conversion);
             m_running.erase(conversion);
             return;
         }
         conversion->incremental = true;
-        conversion->data.bytes.reserve(qsizetype(atLeast));
+        conversion->data.bytes.reserve(atLeast);
         xcb_delete_property(m_link.xcb(), conversion->window, m_property);
         return;
     }
@@ -166,26 +159,17 @@ void X11SelectionReader::receiveChunk(Conversions::iterator conversion) {
                                                     [this] { return wanted(); });
     if (chunk.type == XCB_NONE)
         return; // another event for a chunk that has been taken
-    const bool first = conversion->type == XCB_NONE;
-    if (first) {
-        conversion->type = chunk.type;
-        conversion->data.format = chunk.format;
-    }
-    SelectionData &data = conversion->data;
-    const bool sound = chunk.type == conversion->type && chunk.format == data.format;
-    if (chunk.tooLarge || (!sound && !chunk.bytes.isEmpty())) {
-        m_bytesLeft += data.bytes.size();
+    const ChunkOutcome outcome = addChunk(conversion->data, conversion->type, chunk);
+    if (outcome == ChunkOutcome::Unsound) {
+        m_bytesLeft += conversion->data.bytes.size();
         abandon(*conversion);
         m_running.erase(conversion);
         return;
     }
     xcb_delete_property(m_link.xcb(), conversion->window, m_property);
-    if (chunk.bytes.isEmpty()) {
-        complete(conversion, conversion->type);
-        return;
-    }
-    data.bytes.append(chunk.bytes);
     m_bytesLeft -= chunk.bytes.size();
+    if (outcome == ChunkOutcome::Last)
+        complete(conversion, conversion->type);
 }
 
 void X11SelectionReader::complete(Conversions::iterator conversion, xcb_atom_t type) {
@@ -209,29 +193,15 @@ void X11SelectionReader::acceptTargets(const QByteArray &bytes, xcb_atom_t type,
         offerTargets({});
         return;
     }
-    std::vector<xcb_atom_t> atoms(
-        std::size_t(std::min<qsizetype>(bytes.size() / qsizetype(sizeof(xcb_atom_t)), kMaxListed)));
-    std::copy_n(bytes.constData(), atoms.size() * sizeof(xcb_atom_t),
-                reinterpret_cast<char *>(atoms.data()));
-    offerTargets(atoms);
+    // Twice as many as are fetched: room for the pseudo-targets, which are told by their names.
+    offerTargets(distinctAtoms(bytes, 2 * kMaxRepresentations));
 }
 
 void X11SelectionReader::offerTargets(const std::vector<xcb_atom_t> &atoms) {
-    std::vector<xcb_atom_t> listed;
-    QSet<xcb_atom_t> seen;
-    for (const xcb_atom_t atom : atoms) {
-        if (atom == XCB_NONE || seen.contains(atom))
-            continue;
-        seen.insert(atom);
-        listed.push_back(atom);
-        // Room for the pseudo-targets, which are told by their names.
-        if (listed.size() >= 2 * kMaxRepresentations)
-            break;
-    }
-    const std::vector<QByteArray> names = m_link.names(listed);
-    for (std::size_t i = 0; i < listed.size() && m_offered.size() < kMaxRepresentations; ++i) {
+    const std::vector<QByteArray> names = m_link.names(atoms);
+    for (std::size_t i = 0; i < atoms.size() && m_offered.size() < kMaxRepresentations; ++i) {
         if (!isPseudoTarget(names[i]))
-            m_offered.emplace_back(listed[i], names[i]);
+            m_offered.emplace_back(atoms[i], names[i]);
     }
     m_fetch->setCount(m_offered.size());
 }

@@ -9,6 +9,7 @@ class MacKeyTapFactory final : public KeyTapFactory {
 public:
     /// Null where the system refuses the tap: accessibility or input-monitoring is not granted.
     std::unique_ptr<KeyTap> createTap(KeyTap::Handler handler) override;
+    KeyReach reach() const override { return KeyReach::Everywhere; }
 };
 
 } // namespace quenda::mac

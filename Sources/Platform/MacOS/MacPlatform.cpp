@@ -19,6 +19,7 @@
 #include "Platform/Platform.h"
 #include "Quenda/Symbols.h"
 
+#include <QCoreApplication>
 #include <QImage>
 #include <QPixmap>
 #include <QTimer>
@@ -223,6 +224,12 @@ public:
     }
 };
 
+// Launch Services starts a program once and opens the one that runs; it takes no requests.
+class BridgedRemoteControl final : public RemoteControl {
+public:
+    void setHandler(Handler) override {}
+};
+
 class BridgedWorkspace final : public Workspace {
 public:
     bool open(const QUrl &url) override { return mac::openUrl(url.toEncoded().toStdString()); }
@@ -243,6 +250,7 @@ public:
     }
     bool isCompositing() const override { return true; }
     void setCompositingHandler(std::function<void()>) override {}
+    QString keyBindingAdvice() const override { return {}; } // nothing that a program could run
 };
 
 QPixmap systemSymbol(const QString &name, const QColor &color, int size, qreal ratio) {
@@ -268,9 +276,26 @@ Folders platformFolders() {
     return folders;
 }
 
-void prepareApplication() {
+std::unique_ptr<Bundle> createBundle() {
+    return std::make_unique<BridgedBundle>();
+}
+
+Failure prepareApplication() {
     // Otherwise Qt would give a program that is started outside of its bundle a Dock icon.
     qputenv("QT_MAC_DISABLE_FOREGROUND_APPLICATION_TRANSFORM", "1");
+    return std::nullopt;
+}
+
+bool becomeOnlyInstance() {
+    return true;
+}
+
+RemoteReply askRunningProgram(const RemoteRequest &) {
+    return {RemoteOutcome::Unavailable,
+            {},
+            QCoreApplication::translate("RemoteControl",
+                                        "The running program cannot be told anything on this "
+                                        "system.")};
 }
 
 Platform createPlatform() {
@@ -289,7 +314,8 @@ Platform createPlatform() {
     platform.statusTray = std::make_unique<BridgedStatusTray>();
     platform.loginItem = std::make_unique<BridgedLoginItem>();
     platform.workspace = std::make_unique<BridgedWorkspace>();
-    platform.bundle = std::make_unique<BridgedBundle>();
+    platform.bundle = createBundle();
+    platform.remoteControl = std::make_unique<BridgedRemoteControl>();
     return platform;
 }
 

@@ -1,0 +1,23 @@
+#pragma once
+// Finding the session bus without touching Qt's D-Bus, whose thread a bus that accepts connections
+// but never answers would hold up for good. Any thread, no application object.
+
+#include <QString>
+
+#include <chrono>
+#include <optional>
+
+namespace quenda {
+
+struct SessionBus {
+    QString address;
+    bool alive = false; ///< it has given a sign of life in time
+    bool own = false;   ///< run by this process's own user
+
+    bool usable() const { return alive && own; }
+};
+
+/// The session bus whose socket on this machine takes connections. Never starts one.
+std::optional<SessionBus> findSessionBus(std::chrono::milliseconds patience);
+
+} // namespace quenda
