@@ -33,12 +33,17 @@ if [ "$unsigned" = no ]; then
   sign=(codesign --force --timestamp --options runtime --sign "$QUENDA_SIGNING_IDENTITY")
   while IFS= read -r -d '' part; do
     "${sign[@]}" "$part"
-  done < <(find "$app/Contents/Frameworks" "$app/Contents/PlugIns" \
+  done < <(find "$app/Contents/Frameworks" "$app/Contents/PlugIns" -depth \
              \( -name '*.dylib' -o -name '*.framework' \) -print0 2>/dev/null)
   server=$app/Contents/Resources/bin/whisper-server
   [ ! -f "$server" ] || "${sign[@]}" "$server"
   "${sign[@]}" --entitlements "$here/Quenda.entitlements" "$app"
   codesign --verify --deep --strict "$app"
+else
+  echo '2. Signature for this machine only'
+  needs codesign "comes with the Xcode command line tools: xcode-select --install"
+  # macdeployqt has changed the files, and Apple silicon runs nothing without a signature.
+  codesign --force --deep --sign - --entitlements "$here/Quenda.entitlements" "$app"
 fi
 
 echo '3. Disk image'
@@ -57,5 +62,6 @@ if [ "$unsigned" = no ]; then
   "${sign[@]}" "$image"
   xcrun notarytool submit "$image" --keychain-profile "$QUENDA_NOTARY_PROFILE" --wait
   xcrun stapler staple "$image"
+  xcrun stapler validate "$image"
 fi
 printf 'package: %s\n' "$image"

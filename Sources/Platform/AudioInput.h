@@ -54,7 +54,8 @@ public:
     virtual AudioFormat nativeFormat() const = 0;
 
     /// Starts capturing from the default input device in `format` (its native one), delivering
-    /// buffers of at most `maxFrames` frames. Fails with the system's error. Where the device goes
+    /// buffers of at most `maxFrames` frames; the audio engine of macOS takes that as a wish and
+    /// may deliver longer ones. Fails with the system's error. Where the device goes
     /// away later, buffers stop and the change of the default device is reported.
     virtual Result<std::unique_ptr<AudioCapture>>
     startCapture(const AudioFormat &format, int maxFrames, TapHandler handler) = 0;

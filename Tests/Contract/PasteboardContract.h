@@ -2,6 +2,7 @@
 // What every pasteboard keeps to, whatever the platform. A World names a backend:
 //   Pasteboard &pasteboard();
 //   QString textType();      // the type under which it gives plain text as UTF-8
+//   QString pictureType(); QString dataType();   // two types that nobody converts
 //   void settle();           // lets answers that are under way arrive
 
 #include "Platform/Pasteboard.h"
@@ -76,18 +77,17 @@ TYPED_TEST_P(PasteboardContract, ItemsKeepTheirTypesOrderAndBytes) {
     for (int value = 0; value < 256; ++value)
         picture.append(char(value));
     const PasteboardItems written{PasteboardItem{{
-        {QStringLiteral("image/x-test"), picture},
-        {QStringLiteral("application/x-test"), QByteArray("with\0zero", 9)},
+        {this->world.pictureType(), picture},
+        {this->world.dataType(), QByteArray("with\0zero", 9)},
     }}};
     ASSERT_TRUE(this->world.pasteboard().writeItems(written));
     const PasteboardItems read = this->read();
-    EXPECT_EQ(this->bytesOf(read, QStringLiteral("image/x-test")), picture);
-    EXPECT_EQ(this->bytesOf(read, QStringLiteral("application/x-test")),
-              QByteArray("with\0zero", 9));
+    EXPECT_EQ(this->bytesOf(read, this->world.pictureType()), picture);
+    EXPECT_EQ(this->bytesOf(read, this->world.dataType()), QByteArray("with\0zero", 9));
     ASSERT_EQ(read.size(), 1U);
     ASSERT_GE(read[0].types.size(), 2U);
-    EXPECT_EQ(read[0].types[0].first, QStringLiteral("image/x-test"));
-    EXPECT_EQ(read[0].types[1].first, QStringLiteral("application/x-test"));
+    EXPECT_EQ(read[0].types[0].first, this->world.pictureType());
+    EXPECT_EQ(read[0].types[1].first, this->world.dataType());
 }
 
 TYPED_TEST_P(PasteboardContract, WhatWasReadCanBeWrittenBack) {

@@ -2,6 +2,7 @@
 
 #include "Platform/Linux/LinuxWorkspace.h"
 
+#include "Contract/WorkspaceContract.h"
 #include "Fakes/TestMain.h"
 
 #include <QApplication>
@@ -10,6 +11,7 @@
 #include <QFile>
 #include <QMessageBox>
 #include <QProcess>
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -43,6 +45,18 @@ void run(const QString &program, const QStringList &arguments) {
     QProcess process;
     process.start(program, arguments);
     EXPECT_TRUE(waitUntil([&] { return process.state() == QProcess::NotRunning; }));
+}
+
+// The folder of a program that stands for the desktop's handler and says in the file of the name
+// in QUENDA_TEST_SAID what it was given. One for all tests: Qt looks for it once in a process.
+QString openerFolder() {
+    static const QTemporaryDir folder;
+    QFile opener(folder.filePath(QStringLiteral("xdg-open")));
+    if (!opener.exists() && opener.open(QIODevice::WriteOnly)) {
+        opener.write("#!/bin/sh\necho xdg-open \"$@\" > \"$QUENDA_TEST_SAID\"\n");
+        opener.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+    return folder.path();
 }
 
 struct LinuxWorkspaceTest : testing::Test {
@@ -99,7 +113,8 @@ TEST_F(LinuxWorkspaceTest, opensTheDesktopsOwnSoundSettings) {
 }
 
 TEST_F(LinuxWorkspaceTest, opensWebPagesAndFilesAndNothingElse) {
-    install(QStringLiteral("xdg-open"));
+    qputenv("PATH", openerFolder().toLocal8Bit());
+    qputenv("QUENDA_TEST_SAID", said.toLocal8Bit());
     LinuxWorkspace workspace;
     EXPECT_FALSE(workspace.open(QUrl()));
     EXPECT_FALSE(workspace.open(QUrl(QStringLiteral("javascript:alert(1)"))));
@@ -164,5 +179,35 @@ TEST_F(LinuxWorkspaceTest, startsAgainAfterAPauseInASessionOfItsOwn) {
     EXPECT_FALSE(QFile::exists(QStringLiteral("harm")));
 }
 
+// A program of the test's own stands for the desktop's handler.
+class LinuxDesktopWorld {
+public:
+    LinuxDesktopWorld() {
+        qputenv("PATH", openerFolder().toLocal8Bit() + ':' + m_pathBefore);
+        qputenv("QUENDA_TEST_SAID", m_said.toLocal8Bit());
+        qputenv("XDG_CURRENT_DESKTOP", "Nowhere");
+    }
+    ~LinuxDesktopWorld() { qputenv("PATH", m_pathBefore); }
+    LinuxDesktopWorld(const LinuxDesktopWorld &) = delete;
+    LinuxDesktopWorld &operator=(const LinuxDesktopWorld &) = delete;
+
+    Workspace &workspace() { return m_workspace; }
+    QUrl address() const { return QUrl(QStringLiteral("https://example.org/a?b=c")); }
+    bool hasOpened() const {
+        return contents(m_said) == QStringLiteral("xdg-open ") + address().toString();
+    }
+
+private:
+    QString m_said = fakes::testHome() + QStringLiteral("/said");
+    QByteArray m_pathBefore = qgetenv("PATH");
+    LinuxWorkspace m_workspace{QStringLiteral("/bin/true")};
+};
+
 } // namespace
+
+namespace contract {
+INSTANTIATE_TYPED_TEST_SUITE_P(Linux, WorkspaceContract, LinuxDesktopWorld);
+INSTANTIATE_TYPED_TEST_SUITE_P(Linux, FloatingPanelContract, LinuxDesktopWorld);
+} // namespace contract
+
 } // namespace quenda

@@ -19,6 +19,7 @@ public:
     }
     AudioInput &input() { return *m_input; }
     QString deviceName() const { return m_input->defaultDeviceName().value_or(QString()); }
+    qsizetype longestBuffer(int asked) const { return asked; }
     void speak() { desktop::letPass(600); } // its tone is heard for ever
     void removeDevice() {
         m_server.kill();
@@ -33,6 +34,7 @@ private:
 };
 
 INSTANTIATE_TYPED_TEST_SUITE_P(Pulse, AudioInputContract, PulseWorld);
+INSTANTIATE_TYPED_TEST_SUITE_P(Pulse, LostAudioInputContract, PulseWorld);
 
 } // namespace
 } // namespace quenda::contract

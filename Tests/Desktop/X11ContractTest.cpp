@@ -47,6 +47,8 @@ public:
     X11PasteboardWorld() { m_pasteboard.clear(); }
     Pasteboard &pasteboard() { return m_pasteboard; }
     QString textType() const { return QStringLiteral("UTF8_STRING"); }
+    QString pictureType() const { return QStringLiteral("image/x-test"); }
+    QString dataType() const { return QStringLiteral("application/x-test"); }
     void settle() { letPass(200); }
 
 private:

@@ -10,6 +10,10 @@ LoginItemOutcome FakeLoginItem::setEnabled(bool wanted) {
 }
 
 bool FakeWorkspace::open(const QUrl &url) {
+    static const QStringList handled = {QStringLiteral("https"), QStringLiteral("http"),
+                                        QStringLiteral("file")};
+    if (!url.isValid() || !handled.contains(url.scheme()))
+        return false;
     opened.append(url);
     return true;
 }

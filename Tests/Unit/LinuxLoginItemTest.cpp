@@ -1,5 +1,6 @@
 #include "Platform/Linux/LinuxLoginItem.h"
 
+#include "Contract/LoginItemContract.h"
 #include "Fakes/TestMain.h"
 
 #include <QCoreApplication>
@@ -126,4 +127,30 @@ TEST_F(LinuxLoginItemTest, FolderThatCannotBeMadeIsARefusal) {
     EXPECT_FALSE(item.isEnabled());
 }
 
+class LinuxLoginWorld {
+public:
+    LoginItem &item() { return m_item; }
+
+private:
+    LinuxLoginItem m_item{fakes::testHome() + QStringLiteral("/config/autostart")};
+};
+
+class BlockedLinuxLoginWorld {
+public:
+    BlockedLinuxLoginWorld() {
+        QFile blocking(fakes::testHome() + QStringLiteral("/config"));
+        EXPECT_TRUE(blocking.open(QIODevice::WriteOnly));
+    }
+    LoginItem &item() { return m_item; }
+
+private:
+    LinuxLoginItem m_item{fakes::testHome() + QStringLiteral("/config/autostart")};
+};
+
+using LinuxLoginItems = testing::Types<LinuxLoginWorld, BlockedLinuxLoginWorld>;
+
 } // namespace
+
+namespace quenda::contract {
+INSTANTIATE_TYPED_TEST_SUITE_P(Linux, LoginItemContract, LinuxLoginItems);
+} // namespace quenda::contract

@@ -244,7 +244,7 @@ TEST_F(SettingsViewTest, TogglesBothWays) {
         const bool before = config().*member;
         box->click();
         EXPECT_EQ(config().*member, !before) << qPrintable(text);
-        change([member = member, before](Config &config) { config.*member = before; });
+        change([field = member, before](Config &config) { config.*field = before; });
         EXPECT_EQ(box->isChecked(), before) << qPrintable(text);
     }
 }
@@ -264,7 +264,7 @@ TEST_F(SettingsViewTest, TextFieldsBothWays) {
         EXPECT_EQ(edit->text(), config().*member);
         type(edit, QStringLiteral("typed"));
         EXPECT_EQ(config().*member, QStringLiteral("typed")) << qPrintable(name);
-        change([member = member](Config &config) { config.*member = QStringLiteral("elsewhere"); });
+        change([field = member](Config &config) { config.*field = QStringLiteral("elsewhere"); });
         EXPECT_EQ(edit->text(), QStringLiteral("elsewhere")) << qPrintable(name);
     }
 }

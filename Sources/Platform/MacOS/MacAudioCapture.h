@@ -35,9 +35,9 @@ public:
     /// Removes the tap and stops the engine.
     ~MacAudioCapture();
 
-    /// Starts delivering buffers of about `maxFrames` frames. False with `error` filled where the
-    /// system refuses.
-    bool start(std::uint32_t maxFrames, NativeTap tap, NativeError &error);
+    /// Asks for buffers of `frames` frames and starts; the engine may cut them longer or shorter.
+    /// False with `error` filled where the system refuses.
+    bool start(std::uint32_t frames, NativeTap tap, NativeError &error);
 
 private:
     struct State;

@@ -29,13 +29,24 @@ void deliver(Delivery &delivery, AVAudioPCMBuffer *buffer) {
                  static_cast<std::int64_t>(buffer.frameLength), format);
 }
 
+std::string plainString(NSString *text) {
+    const char *bytes = text.UTF8String;
+    return bytes ? std::string(bytes) : std::string();
+}
+
 NativeError nativeError(NSError *error) {
     NativeError result;
-    if (error == nil)
-        return result;
-    result.domain = error.domain.UTF8String;
+    result.domain = plainString(error.domain);
     result.code = error.code;
-    result.description = error.localizedDescription.UTF8String;
+    result.description = plainString(error.localizedDescription);
+    return result;
+}
+
+// How the engine refuses a format that the device, gone or another one meanwhile, does not have.
+NativeError nativeError(NSException *exception) {
+    NativeError result;
+    result.domain = plainString(exception.name);
+    result.description = plainString(exception.reason);
     return result;
 }
 
@@ -69,23 +80,31 @@ MacAudioCapture::~MacAudioCapture() {
     m_state->delivery->tap = nullptr;
 }
 
-bool MacAudioCapture::start(std::uint32_t maxFrames, NativeTap tap, NativeError &error) {
-    m_state->delivery->tap = std::move(tap);
-    m_state->engine = [[AVAudioEngine alloc] init];
-    AVAudioInputNode *input = m_state->engine.inputNode;
-    const std::shared_ptr<Delivery> delivery = m_state->delivery;
-    [input installTapOnBus:kInputBus
-                bufferSize:maxFrames
-                    format:[input inputFormatForBus:kInputBus]
-                     block:^(AVAudioPCMBuffer *buffer, AVAudioTime *) {
-                       deliver(*delivery, buffer);
-                     }];
-    [m_state->engine prepare];
-    NSError *failure = nil;
-    if ([m_state->engine startAndReturnError:&failure])
-        return true;
-    error = nativeError(failure);
-    return false;
+bool MacAudioCapture::start(std::uint32_t frames, NativeTap tap, NativeError &error) {
+    @autoreleasepool {
+        m_state->delivery->tap = std::move(tap);
+        m_state->engine = [[AVAudioEngine alloc] init];
+        AVAudioInputNode *input = m_state->engine.inputNode;
+        const std::shared_ptr<Delivery> delivery = m_state->delivery;
+        @try {
+            [input installTapOnBus:kInputBus
+                        bufferSize:frames
+                            format:[input inputFormatForBus:kInputBus]
+                             block:^(AVAudioPCMBuffer *buffer, AVAudioTime *) {
+                               @autoreleasepool {
+                                   deliver(*delivery, buffer);
+                               }
+                             }];
+            [m_state->engine prepare];
+            NSError *failure = nil;
+            if ([m_state->engine startAndReturnError:&failure])
+                return true;
+            error = nativeError(failure);
+        } @catch (NSException *exception) {
+            error = nativeError(exception);
+        }
+        return false;
+    }
 }
 
 } // namespace quenda::mac

@@ -59,8 +59,12 @@ DefaultInputListener::DefaultInputListener(std::function<void()> handler)
       // audio hardware's own notification must not be under way for.
       dispatch_async(dispatch_get_main_queue(), ^{
         const std::shared_ptr<State> state = weak.lock();
-        if (state && state->handler)
-            state->handler();
+        if (!state)
+            return;
+        // A copy: the handler may put another listener in the place of this one.
+        const std::function<void()> changed = state->handler;
+        if (changed)
+            changed();
       });
     };
     AudioObjectAddPropertyListenerBlock(kAudioObjectSystemObject, &kDefaultInput,

@@ -20,13 +20,19 @@
 #include "Quenda/Symbols.h"
 
 #include <QCoreApplication>
-#include <QDesktopServices>
 #include <QImage>
 #include <QPixmap>
 #include <QTimer>
 #include <QWindow>
 
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace quenda {
 
@@ -134,7 +140,8 @@ public:
         if (!native->launch(request.executable.toStdString(), plainStrings(request.arguments),
                             request.outputFile.toStdString(), std::move(onExit), failure))
             return Error{QStringLiteral("Quenda"), 0, QString::fromStdString(failure)};
-        std::erase_if(m_children, [](const auto &child) { return !child->isRunning(); });
+        // One whose end is not told yet stays: its handler is still owed the status.
+        std::erase_if(m_children, [](const auto &child) { return child->hasEnded(); });
         m_children.push_back(native);
         return std::unique_ptr<ChildProcess>(std::make_unique<Child>(std::move(native)));
     }
@@ -146,7 +153,6 @@ private:
     class Child final : public ChildProcess {
     public:
         explicit Child(std::shared_ptr<mac::MacProcess> native) : m_native(std::move(native)) {}
-        ~Child() override { m_native->clearTerminationHandler(); }
         qint64 processId() const override { return m_native->processId(); }
         void clearTerminationHandler() override { m_native->clearTerminationHandler(); }
         void terminate() override {
@@ -275,7 +281,8 @@ std::unique_ptr<Bundle> createBundle() {
 }
 
 Failure prepareApplication() {
-    mac::setActivationPolicyAccessory();
+    // Otherwise Qt would give a program that is started outside of its bundle a Dock icon.
+    qputenv("QT_MAC_DISABLE_FOREGROUND_APPLICATION_TRANSFORM", "1");
     return std::nullopt;
 }
 
@@ -292,6 +299,7 @@ RemoteReply askRunningProgram(const RemoteRequest &) {
 }
 
 Platform createPlatform() {
+    mac::setActivationPolicyAccessory();
     setSymbolProvider(systemSymbol);
     Platform platform;
     platform.keyTaps = std::make_unique<mac::MacKeyTapFactory>();

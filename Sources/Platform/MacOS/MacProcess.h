@@ -27,6 +27,8 @@ public:
 
     std::int64_t processId() const;
     bool isRunning() const;
+    /// Whether the child has ended and the exit handler, unless cleared, has been called.
+    bool hasEnded() const;
     void clearTerminationHandler();
     void terminate(); ///< SIGTERM
     void kill();      ///< SIGKILL

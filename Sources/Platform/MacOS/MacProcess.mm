@@ -1,5 +1,7 @@
 #include "Platform/MacOS/MacProcess.h"
 
+#include "Platform/MacOS/ChildSignals.h"
+
 #import <Foundation/Foundation.h>
 #import <dispatch/dispatch.h>
 #include <fcntl.h>
@@ -14,6 +16,7 @@ namespace quenda::mac {
 struct MacProcess::State {
     NSTask *task = nil;
     std::function<void(int)> onExit;
+    bool ended = false;
 };
 
 namespace {
@@ -62,14 +65,19 @@ bool MacProcess::launch(const std::string &executable, const std::vector<std::st
           const int status = ended.terminationStatus;
           dispatch_async(dispatch_get_main_queue(), ^{
             const std::shared_ptr<State> state = weak.lock();
-            if (!state || !state->onExit)
+            if (!state)
                 return;
+            state->ended = true;
+            // It may start another child, or destroy this one.
             const std::function<void(int)> handler = std::exchange(state->onExit, nullptr);
-            handler(status);
+            if (handler)
+                handler(status);
           });
         };
         NSError *error = nil;
+        const ChildSignals signals;
         if (![task launchAndReturnError:&error]) {
+            m_state->onExit = nullptr;
             const char *words = error.localizedDescription.UTF8String;
             failure = words ? words : "";
             return false;
@@ -85,6 +93,10 @@ std::int64_t MacProcess::processId() const {
 
 bool MacProcess::isRunning() const {
     return m_state->task != nil && m_state->task.isRunning;
+}
+
+bool MacProcess::hasEnded() const {
+    return m_state->ended;
 }
 
 void MacProcess::clearTerminationHandler() {

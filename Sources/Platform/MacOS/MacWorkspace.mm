@@ -1,5 +1,7 @@
 #include "Platform/MacOS/MacWorkspace.h"
 
+#include "Platform/MacOS/ChildSignals.h"
+
 #import <AppKit/AppKit.h>
 
 namespace quenda::mac {
@@ -19,6 +21,7 @@ NSTask *launchedTask(const std::string &executable, const std::vector<std::strin
     task.executableURL = [NSURL fileURLWithPath:nativeString(executable)];
     task.arguments = list;
     NSError *error = nil;
+    const ChildSignals signals;
     return [task launchAndReturnError:&error] ? task : nil;
 }
 
