@@ -14,7 +14,7 @@ class _Spec(ctypes.Structure):
 
 
 class _Value(ctypes.Structure):
-    _fields_ = [("spec", _Spec), ("length", ctypes.c_long), ("value", ctypes.c_void_p)]
+    _fields_ = [("chosen", _Spec), ("length", ctypes.c_long), ("value", ctypes.c_void_p)]
 
 
 class XResources:
@@ -46,12 +46,12 @@ class XResources:
         self._x11.XCloseDisplay(self._display)
 
     def _clients(self, process: int) -> list[int]:
-        spec, count = _Spec(0, _PID_MASK), ctypes.c_long()
+        chosen, count = _Spec(0, _PID_MASK), ctypes.c_long()
         values = ctypes.POINTER(_Value)()
-        if self._res.XResQueryClientIds(self._display, 1, ctypes.byref(spec), ctypes.byref(count),
+        if self._res.XResQueryClientIds(self._display, 1, ctypes.byref(chosen), ctypes.byref(count),
                                         ctypes.byref(values)) != 0:
             raise RuntimeError("the X server does not tell whose its clients are")
-        found = [values[i].spec.client for i in range(count.value)
+        found = [values[i].chosen.client for i in range(count.value)
                  if self._res.XResGetClientPid(ctypes.byref(values[i])) == process]
         self._res.XResClientIdsDestroy(count, values)
         return found

@@ -21,7 +21,7 @@ constexpr uint kNameIsOurs = 1;                     // RequestName: primary owne
 
 const QString kApplication = QStringLiteral("org.freedesktop.Application");
 
-// Desktop Entry Specification, "D-Bus Activation".
+// freedesktop.org on desktop entries, "D-Bus Activation".
 constexpr char kApplicationXml[] = R"xml(
   <interface name="org.freedesktop.Application">
     <method name="Activate">

@@ -53,10 +53,7 @@ std::shared_ptr<MicrophonePortal> governingPortal() {
     const std::optional<QString> application = sandboxedApplication();
     if (!application)
         return nullptr;
-    QByteArray bus = qgetenv("DBUS_SESSION_BUS_ADDRESS");
-    if (bus.isEmpty())
-        bus = "unix:path=" + qgetenv("XDG_RUNTIME_DIR") + "/bus";
-    return MicrophonePortal::create({*application, bus});
+    return MicrophonePortal::create({*application, sessionBusAddress()});
 }
 
 } // namespace

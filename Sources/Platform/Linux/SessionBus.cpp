@@ -33,18 +33,6 @@ private:
     int m_number;
 };
 
-// Where the bus of a user is that no variable names (D-Bus Specification, "Well-known Message Bus
-// Instances").
-QByteArray busAddress() {
-    const QByteArray named = qgetenv("DBUS_SESSION_BUS_ADDRESS");
-    if (!named.isEmpty())
-        return named;
-    const QByteArray runtime = qgetenv("XDG_RUNTIME_DIR");
-    if (!runtime.startsWith('/'))
-        return {};
-    return "unix:path=" + runtime.toPercentEncoding("/-_.~") + "/bus";
-}
-
 bool connectTo(const Descriptor &socket, const QByteArray &name, bool abstract) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -62,8 +50,18 @@ bool connectTo(const Descriptor &socket, const QByteArray &name, bool abstract) 
 
 } // namespace
 
+QByteArray sessionBusAddress() {
+    const QByteArray named = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    if (!named.isEmpty())
+        return named;
+    const QByteArray runtime = qgetenv("XDG_RUNTIME_DIR");
+    if (!runtime.startsWith('/'))
+        return {};
+    return "unix:path=" + runtime.toPercentEncoding("/-_.~") + "/bus";
+}
+
 std::optional<SessionBus> findSessionBus(std::chrono::milliseconds patience) {
-    const QByteArray address = busAddress();
+    const QByteArray address = sessionBusAddress();
     bool abstract = false;
     const QByteArray name = QFile::encodeName(busSocket(address, abstract));
     const Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));

@@ -2,6 +2,7 @@
 // Finding the session bus without touching Qt's D-Bus, whose thread a bus that accepts connections
 // but never answers would hold up for good. Any thread, no application object.
 
+#include <QByteArray>
 #include <QString>
 
 #include <chrono>
@@ -16,6 +17,11 @@ struct SessionBus {
 
     bool usable() const { return alive && own; }
 };
+
+/// Where the environment says that the session bus is, or where a user's bus is that no variable
+/// names (freedesktop.org on D-Bus, "Well-known Message Bus Instances"). Empty where neither is
+/// known.
+QByteArray sessionBusAddress();
 
 /// The session bus whose socket on this machine takes connections. Never starts one.
 std::optional<SessionBus> findSessionBus(std::chrono::milliseconds patience);
