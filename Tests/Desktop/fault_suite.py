@@ -39,7 +39,7 @@ import keyboard as keys
 from dictation import hold_and_speak
 from isolation import isolate
 from quenda_program import Quenda
-from stalls import Stall, longest
+from stalls import Stall, describe_where, longest
 from status_item import StatusItem, has_host, named, start_panel, titles
 from virtual_desktop import VirtualDesktop
 from waiting import now_ns, wait_until
@@ -49,7 +49,6 @@ GROUPS = ("engine", "answers", "installation", "network", "files", "clock",
 
 # Beyond the waits that are asked for and those for a processor; see Stall.own.
 MOST_STALL_MS = 100.0
-MOST_REPETITIONS = 2
 SENTENCE = "the quick brown fox"
 ALERT = "Transcription failed"
 
@@ -72,8 +71,6 @@ class Outcome:
     stall: Optional[Stall] = None
     seconds: float = 0.0
     watched: bool = True
-    error: bool = False
-    hung: bool = False  # and everything else was as expected
 
 
 _faults: dict[str, list[Fault]] = {}
@@ -280,7 +277,7 @@ def run_fault(scene: Scene, wanted: Fault, fresh: bool) -> Outcome:
     except Exception as error:  # whatever it is, the other faults have their turn
         traceback.print_exc()
         scene.desktop.print_logs()
-        outcome = Outcome(wanted, f"{type(error).__name__}: {error}", False, error=True)
+        outcome = Outcome(wanted, f"{type(error).__name__}: {error}", False)
     finally:
         scene.finish()
     stalls: list[Stall] = []
@@ -295,21 +292,8 @@ def run_fault(scene: Scene, wanted: Fault, fresh: bool) -> Outcome:
     elif outcome.stall and outcome.stall.own > MOST_STALL_MS:
         outcome.passed = False
         outcome.seen += "; the main thread hung"
-        outcome.hung = not outcome.error
+        print(describe_where(outcome.stall), file=sys.stderr)
     outcome.seconds = time.monotonic() - began
-    return outcome
-
-
-def run_patiently(scene: Scene, wanted: Fault, fresh: bool) -> Outcome:
-    """Runs a fault, and again if nothing but a stall was amiss: the main thread may also have
-    waited for the X server, which had no processor. What is the program's own comes again."""
-    outcome = run_fault(scene, wanted, fresh)
-    for _ in range(MOST_REPETITIONS):
-        if not outcome.hung:
-            break
-        once = outcome.stall
-        outcome = run_fault(scene, wanted, True)
-        outcome.seen += f" (for the second time; before, it hung for {once})"
     return outcome
 
 
@@ -319,7 +303,7 @@ def run_group(group: str, wanted: list[Fault], full_length: bool) -> list[Outcom
         scene = Scene(desktop, full_length)
         for one in wanted:
             print(f"{group}: {one.name} …", file=sys.stderr, flush=True)
-            outcomes.append(run_patiently(scene, one, bool(outcomes) and not outcomes[-1].passed))
+            outcomes.append(run_fault(scene, one, bool(outcomes) and not outcomes[-1].passed))
             desktop.programs[:] = [q for q in desktop.programs if q.process.poll() is None]
         try:
             scene.end()

@@ -15,16 +15,27 @@ class Stall:
     computing: float
     queued: float
     pkill: float
+    server: float = 0.0  # what the X server waited for a processor
+    threads: float = 0.0  # what the program's other threads waited for one, added up
+    where: tuple[tuple[str, ...], ...] = ()  # the functions it was in, the innermost first
+
+    @property
+    def others(self) -> float:
+        """How long it can at most have waited for somebody who had no processor."""
+        waited = self.length - self.computing - self.queued - self.pkill
+        return max(0.0, min(waited, self.server + self.threads))
 
     @property
     def own(self) -> float:
         """What is the program's own: without the wait for pkill, which is asked for, and without
-        that for a processor, which a loaded machine has none of."""
-        return max(0.0, self.length - self.queued - self.pkill)
+        that for a processor, which a loaded machine has none of, be it the main thread's or that of
+        the X server and the threads it may have waited for. What it computed counts always."""
+        return max(0.0, self.length - self.queued - self.pkill - self.others)
 
     def __str__(self) -> str:
         parts = [f"{name} {length:.0f}" for name, length in (
-            ("computing", self.computing), ("pkill", self.pkill), ("no processor", self.queued))
+            ("computing", self.computing), ("pkill", self.pkill), ("no processor", self.queued),
+            ("others without one", self.others))
             if length >= 0.5]
         return f"{self.own:.0f} ms" + (f" (of {self.length:.0f}: {', '.join(parts)})" if parts
                                        else "")
@@ -49,7 +60,9 @@ def read_stalls(file: Path, since_ns: int = 0, has_ended: bool = False) -> Optio
         if has_ended and not noted["over"]:
             continue
         found[noted["start_ns"]] = Stall(noted["start_ns"], noted["length_ms"], noted["cpu_ms"],
-                                         noted["queued_ms"], noted["pkill_ms"])
+                                         noted["queued_ms"], noted["pkill_ms"],
+                                         noted["server_ms"], noted["threads_ms"],
+                                         tuple(map(tuple, noted["where"])))
     return [stall for stall in found.values() if stall.start_ns + stall.length * 1e6 >= since_ns]
 
 
@@ -60,3 +73,9 @@ def longest(stalls: list[Stall]) -> Optional[Stall]:
 def describe_longest(stalls: list[Stall]) -> str:
     worst = longest(stalls)
     return f"longest stall {worst}" if worst else "no stall over 20 ms"
+
+
+def describe_where(stall: Stall) -> str:
+    """The functions that the main thread was in, one a line."""
+    return "\n".join("\n".join(f"  {name}" for name in ("in", *functions))
+                     for functions in stall.where)

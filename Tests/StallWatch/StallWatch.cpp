@@ -9,14 +9,22 @@
 //   cpu_ms     how long the main thread itself computed meanwhile
 //   queued_ms  how long it could have run, but the machine had no processor for it
 //   pkill_ms   how long it waited for pkill, which ends stale engines before one is started
+//   server_ms  how long the X server could have run, but the machine had no processor for it
+//   threads_ms the same of the program's other threads, added up
+//   where      for each moment looked at (60 ms, then twice as long each time), the functions that
+//              the main thread was in, the innermost first
 //   over       false in a line written while a long one still lasts; another one follows
 // From the end of the event loop on nothing is measured.
-// The kernel's account of a thread is in /proc; where there is none, cpu_ms and queued_ms are 0.
+// The kernel's account of a thread is in /proc; where there is none, these times are 0.
+
+#include "StallWatch/MainThreadFrames.h"
+#include "StallWatch/ThreadQueues.h"
 
 #include <QByteArray>
 #include <QCoreApplication>
 #include <QEvent>
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QObject>
@@ -40,6 +48,7 @@ using std::chrono::nanoseconds;
 constexpr auto kInterval = 10ms;
 constexpr auto kLook = 4ms; // how often a stalled thread's children are looked at
 constexpr auto kStall = 20ms;
+constexpr auto kAskWhere = 60ms;
 constexpr auto kLongStall = 100ms; // told while it lasts, since it may never end
 const QByteArray kWaitedFor = QByteArrayLiteral("pkill");
 
@@ -120,22 +129,31 @@ private:
 
     void ask(std::unique_lock<std::mutex> &lock) {
         const Account before = Account::now(m_threadFolder);
+        m_queues.begin();
+        m_where = {};
         const Clock::time_point asked = Clock::now();
         m_asked = asked;
         m_answered = false;
         m_unnamed = m_waited = {};
         QCoreApplication::postEvent(this, new QEvent(QEvent::User));
         Clock::duration tellAfter = kLongStall;
+        Clock::duration askWhereAfter = kAskWhere;
         Clock::time_point looked = asked;
         while (!m_changed.wait_for(lock, kLook, [this] { return m_answered || m_end; })) {
             const Clock::time_point now = Clock::now();
             noteChild(now - looked);
             looked = now;
+            takeWhere();
+            if (now - asked > askWhereAfter) {
+                askWhereAfter *= 2;
+                m_frames.ask();
+            }
             if (now - asked > tellAfter) {
                 tellAfter = 2 * (now - asked);
                 tell(asked, {now, Account::now(m_threadFolder)}, before, false);
             }
         }
+        takeWhere();
         if (m_answered && m_answer.time - asked > kStall)
             tell(asked, m_answer, before, true);
     }
@@ -156,7 +174,13 @@ private:
             m_unnamed = {};
     }
 
+    void takeWhere() {
+        if (const QStringList frames = m_frames.take(); !frames.isEmpty())
+            m_where.append(QJsonArray::fromStringList(frames));
+    }
+
     void tell(Clock::time_point asked, const Answer &answer, const Account &before, bool over) {
+        const ThreadQueues::Waits waits = m_queues.sinceBegin();
         const QJsonObject line{
             {QStringLiteral("start_ns"),
              qint64(std::chrono::duration_cast<nanoseconds>(asked.time_since_epoch()).count())},
@@ -164,6 +188,9 @@ private:
             {QStringLiteral("cpu_ms"), milliseconds(answer.account.computed - before.computed)},
             {QStringLiteral("queued_ms"), milliseconds(answer.account.queued - before.queued)},
             {QStringLiteral("pkill_ms"), milliseconds(m_waited)},
+            {QStringLiteral("server_ms"), milliseconds(waits.server)},
+            {QStringLiteral("threads_ms"), milliseconds(waits.own)},
+            {QStringLiteral("where"), m_where},
             {QStringLiteral("over"), over}};
         m_file.write(QJsonDocument(line).toJson(QJsonDocument::Compact) + '\n');
     }
@@ -174,6 +201,9 @@ private:
     std::atomic<Clock::time_point> m_asked{};
     nanoseconds m_unnamed{};
     nanoseconds m_waited{};
+    MainThreadFrames m_frames;
+    ThreadQueues m_queues;
+    QJsonArray m_where;
 
     std::mutex m_mutex; ///< guards what follows
     std::condition_variable m_changed;
