@@ -6,6 +6,15 @@ from pathlib import Path
 from typing import Optional
 
 
+# What tells in a function's name, or in that of its library, that the main thread waits for the X
+# server, for a message bus, or for another thread.
+_SERVER_WAITS = ("(libxcb.",)
+_BUS_WAITS = ("QDBus",)
+_THREAD_WAITS = ("pthread_cond_", "futex", "QSemaphore::acquire", "pthread_mutex_", "QMutex",
+                 "sem_wait", "pthread_join", "QThread::wait")
+_INNERMOST = 6  # frames; deeper ones do not tell what it waits for
+
+
 @dataclass(frozen=True)
 class Stall:
     """One time span in which the main thread took no event. Times in ms."""
@@ -16,14 +25,25 @@ class Stall:
     queued: float
     pkill: float
     server: float = 0.0  # what the X server waited for a processor
+    buses: float = 0.0  # what the message buses waited for one
     threads: float = 0.0  # what the program's other threads waited for one, added up
     where: tuple[tuple[str, ...], ...] = ()  # the functions it was in, the innermost first
 
     @property
     def others(self) -> float:
-        """How long it can at most have waited for somebody who had no processor."""
+        """How long it can at most have waited for somebody who had no processor: for the X server
+        or a bus, if it was seen to wait for that, or for another thread of its own. (What those
+        answer is read by such a thread.)"""
         waited = self.length - self.computing - self.queued - self.pkill
-        return max(0.0, min(waited, self.server + self.threads))
+        for_server = self._was_seen(_SERVER_WAITS)
+        for_bus = self._was_seen(_BUS_WAITS)
+        for_thread = for_server or for_bus or self._was_seen(_THREAD_WAITS)
+        possible = for_server * self.server + for_bus * self.buses + for_thread * self.threads
+        return max(0.0, min(waited, possible))
+
+    def _was_seen(self, names: tuple[str, ...]) -> bool:
+        return any(name in function for functions in self.where
+                   for function in functions[:_INNERMOST] for name in names)
 
     @property
     def own(self) -> float:
@@ -61,7 +81,7 @@ def read_stalls(file: Path, since_ns: int = 0, has_ended: bool = False) -> Optio
             continue
         found[noted["start_ns"]] = Stall(noted["start_ns"], noted["length_ms"], noted["cpu_ms"],
                                          noted["queued_ms"], noted["pkill_ms"],
-                                         noted["server_ms"], noted["threads_ms"],
+                                         noted["server_ms"], noted["buses_ms"], noted["threads_ms"],
                                          tuple(map(tuple, noted["where"])))
     return [stall for stall in found.values() if stall.start_ns + stall.length * 1e6 >= since_ns]
 
@@ -76,6 +96,5 @@ def describe_longest(stalls: list[Stall]) -> str:
 
 
 def describe_where(stall: Stall) -> str:
-    """The functions that the main thread was in, one a line."""
-    return "\n".join("\n".join(f"  {name}" for name in ("in", *functions))
-                     for functions in stall.where)
+    """The functions that the main thread was in, for each moment that somebody looked."""
+    return "\n".join(f"main thread: {' < '.join(functions)}" for functions in stall.where)

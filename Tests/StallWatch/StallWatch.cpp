@@ -10,9 +10,10 @@
 //   queued_ms  how long it could have run, but the machine had no processor for it
 //   pkill_ms   how long it waited for pkill, which ends stale engines before one is started
 //   server_ms  how long the X server could have run, but the machine had no processor for it
+//   buses_ms   the same of the message buses
 //   threads_ms the same of the program's other threads, added up
-//   where      for each moment looked at (60 ms, then twice as long each time), the functions that
-//              the main thread was in, the innermost first
+//   where      the functions that the main thread was in, the innermost first, for each moment
+//              looked at: after 40 ms and then every 20 ms
 //   over       false in a line written while a long one still lasts; another one follows
 // From the end of the event loop on nothing is measured.
 // The kernel's account of a thread is in /proc; where there is none, these times are 0.
@@ -48,7 +49,9 @@ using std::chrono::nanoseconds;
 constexpr auto kInterval = 10ms;
 constexpr auto kLook = 4ms; // how often a stalled thread's children are looked at
 constexpr auto kStall = 20ms;
-constexpr auto kAskWhere = 60ms;
+constexpr auto kAskWhere = 40ms;
+constexpr auto kAskWhereAgain = 20ms;
+constexpr int kMostPlaces = 24;
 constexpr auto kLongStall = 100ms; // told while it lasts, since it may never end
 const QByteArray kWaitedFor = QByteArrayLiteral("pkill");
 
@@ -144,8 +147,8 @@ private:
             noteChild(now - looked);
             looked = now;
             takeWhere();
-            if (now - asked > askWhereAfter) {
-                askWhereAfter *= 2;
+            if (now - asked > askWhereAfter && m_where.size() < kMostPlaces) {
+                askWhereAfter = now - asked + kAskWhereAgain;
                 m_frames.ask();
             }
             if (now - asked > tellAfter) {
@@ -189,6 +192,7 @@ private:
             {QStringLiteral("queued_ms"), milliseconds(answer.account.queued - before.queued)},
             {QStringLiteral("pkill_ms"), milliseconds(m_waited)},
             {QStringLiteral("server_ms"), milliseconds(waits.server)},
+            {QStringLiteral("buses_ms"), milliseconds(waits.buses)},
             {QStringLiteral("threads_ms"), milliseconds(waits.own)},
             {QStringLiteral("where"), m_where},
             {QStringLiteral("over"), over}};

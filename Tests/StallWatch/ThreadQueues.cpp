@@ -28,12 +28,10 @@ std::optional<nanoseconds> queued(int file) {
     return nanoseconds(fields.size() > 1 ? fields[1].toLongLong() : 0);
 }
 
-bool isServer(const QString &process) {
+/// The name of a process's program; empty if it has ended.
+QByteArray programOf(const QString &process) {
     QFile file(process + QStringLiteral("comm"));
-    if (!file.open(QIODevice::ReadOnly))
-        return false;
-    const QByteArray name = file.readAll().trimmed();
-    return name == "Xvfb" || name == "Xorg" || name == "Xwayland" || name == "Xephyr";
+    return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
 }
 
 } // namespace
@@ -58,29 +56,30 @@ void ThreadQueues::begin() {
 }
 
 ThreadQueues::Waits ThreadQueues::sinceBegin() {
+    look(); // also for threads that are new, as those that Qt paints with
     Waits waits;
     for (const Thread &thread : m_threads) {
         const std::optional<nanoseconds> now = queued(thread.file);
-        (thread.isServer ? waits.server : waits.own) += now ? *now - thread.before : 0ns;
+        waits.*thread.kind += now ? *now - thread.before : 0ns;
     }
     return waits;
 }
 
 void ThreadQueues::look() {
-    if (m_server.isEmpty() || !isServer(m_server)) {
-        m_server.clear();
-        for (const QString &name : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
-            const QString folder = QStringLiteral("/proc/%1/").arg(name);
-            if (name.at(0).isDigit() && isServer(folder))
-                m_server = folder;
-        }
+    for (const QString &name : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
+        if (!name.at(0).isDigit())
+            continue;
+        const QString folder = QStringLiteral("/proc/%1/").arg(name);
+        const QByteArray program = programOf(folder);
+        if (program == "Xvfb" || program == "Xorg" || program == "Xwayland")
+            add(folder, &Waits::server);
+        else if (program == "dbus-daemon" || program == "dbus-broker")
+            add(folder, &Waits::buses);
     }
-    if (!m_server.isEmpty())
-        add(m_server, true);
-    add(QStringLiteral("/proc/self/"), false);
+    add(QStringLiteral("/proc/self/"), &Waits::own);
 }
 
-void ThreadQueues::add(const QString &process, bool isServer) {
+void ThreadQueues::add(const QString &process, Kind kind) {
     const QString tasks = process + QStringLiteral("task/");
     // The link ends in the caller's own.
     const QString caller =
@@ -90,12 +89,12 @@ void ThreadQueues::add(const QString &process, bool isServer) {
         const QString folder = tasks + name;
         const bool isKnown = std::any_of(m_threads.begin(), m_threads.end(),
                                          [&](const Thread &t) { return t.folder == folder; });
-        if (isKnown || (!isServer && (name == main || name == caller)))
+        if (isKnown || (kind == &Waits::own && (name == main || name == caller)))
             continue;
         const int file = open(QFile::encodeName(folder + QStringLiteral("/schedstat")).constData(),
                               O_RDONLY | O_CLOEXEC);
         if (file >= 0)
-            m_threads.push_back({folder, file, isServer, queued(file).value_or(0ns)});
+            m_threads.push_back({folder, file, kind, 0ns});
     }
 }
 

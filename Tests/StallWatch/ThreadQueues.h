@@ -1,10 +1,10 @@
 // How long threads that the main thread may wait for could have run, but the machine had no
 // processor for them; for the stall watch.
 //
-// Owned by the watch and used on its thread only. The threads are those of the X server, if one
-// with a usual name is to be seen, and the program's own but the main one and the caller's. Their
-// kernel's account is kept open, so that looking at it often costs little. All is 0 where there is
-// no /proc.
+// Owned by the watch and used on its thread only. The threads are those of the X server and of the
+// message buses, if such with usual names are to be seen, and the program's own but the main one
+// and the caller's. Their kernel's account is kept open, so that looking at it often costs little.
+// All is 0 where there is no /proc.
 #pragma once
 
 #include <QString>
@@ -18,6 +18,7 @@ class ThreadQueues {
 public:
     struct Waits {
         std::chrono::nanoseconds server{};
+        std::chrono::nanoseconds buses{};
         std::chrono::nanoseconds own{};
     };
 
@@ -32,19 +33,19 @@ public:
     [[nodiscard]] Waits sinceBegin();
 
 private:
+    using Kind = std::chrono::nanoseconds Waits::*;
     struct Thread {
         QString folder;
         int file;
-        bool isServer;
+        Kind kind;
         std::chrono::nanoseconds before;
     };
 
     void look();
-    void add(const QString &process, bool isServer);
+    void add(const QString &process, Kind kind);
 
     std::vector<Thread> m_threads;
     std::chrono::steady_clock::time_point m_lookAgain{};
-    QString m_server; ///< its folder in /proc
 };
 
 } // namespace quenda

@@ -21,8 +21,6 @@ public:
 
 private:
     bool ready() const;
-    bool managerTellsActiveWindow() const;
-    bool isViewable(std::uint32_t window) const;
 
     mutable std::unique_ptr<X11Connection> m_connection;
     mutable bool m_capable = false; ///< of the present connection's server

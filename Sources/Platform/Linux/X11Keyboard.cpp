@@ -90,8 +90,12 @@ std::vector<KeyboardDevice> keyboardDevices(X11Connection &connection) {
 
 ModifierKeys modifierKeys(X11Connection &connection) {
     ModifierKeys keys;
-    const XcbOwned<xcb_get_modifier_mapping_reply_t> reply(xcb_get_modifier_mapping_reply(
-        connection.get(), xcb_get_modifier_mapping(connection.get()), nullptr));
+    const auto asked = xcb_get_modifier_mapping(connection.get());
+    // Its answer comes in the same round trip.
+    const KeySet locks = keysGiving(
+        connection, {XKB_KEY_Caps_Lock, XKB_KEY_Shift_Lock, XKB_KEY_Num_Lock, XKB_KEY_Scroll_Lock});
+    const XcbOwned<xcb_get_modifier_mapping_reply_t> reply(
+        xcb_get_modifier_mapping_reply(connection.get(), asked, nullptr));
     if (!reply)
         return keys;
     const xcb_keycode_t *codes = xcb_get_modifier_mapping_keycodes(reply.get());
@@ -107,8 +111,7 @@ ModifierKeys modifierKeys(X11Connection &connection) {
         if (row == XCB_MAP_INDEX_CONTROL)
             keys.control.set(codes[i]);
     }
-    keys.held &= ~keysGiving(
-        connection, {XKB_KEY_Caps_Lock, XKB_KEY_Shift_Lock, XKB_KEY_Num_Lock, XKB_KEY_Scroll_Lock});
+    keys.held &= ~locks;
     return keys;
 }
 
