@@ -9,18 +9,23 @@
 #include "Quenda/NetworkHttpClient.h"
 #include "Quenda/ProductSite.h"
 #include "Quenda/Symbols.h"
+#include "Quenda/TimelyEnd.h"
 #include "Quenda/TimerScheduler.h"
 
 #include <QApplication>
 #include <QSettings>
 #include <QTranslator>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 
 namespace {
 
 using namespace quenda;
+
+// What Qt may take after everything else has ended.
+constexpr std::chrono::milliseconds kMostForTheEnd{1000};
 
 bool write(const QString &text, std::FILE *stream) {
     const QByteArray bytes = text.toUtf8();
@@ -82,25 +87,8 @@ void endInstead(QtMsgType type, const QMessageLogContext &context, const QString
     usualMessages(type, context, message);
 }
 
-} // namespace
-
-int main(int argc, char **argv) {
-    obey(parseCommandLine({argv + (argc > 0 ? 1 : 0), argv + argc}));
-    if (const Failure noWindows = prepareApplication())
-        leaveWith(failureReport(ExitCode::refused, noWindows->localizedDescription));
-    Folders::install(platformFolders());
-    usualMessages = qInstallMessageHandler(endInstead);
-    QApplication application(argc, argv);
-    qInstallMessageHandler(nullptr);
-    QApplication::setOrganizationName(QStringLiteral("Quenda"));
-    QApplication::setApplicationName(QStringLiteral("Quenda"));
-    QApplication::setDesktopFileName(QStringLiteral("org.quenda.Quenda"));
-    QApplication::setQuitOnLastWindowClosed(false);
-    // A build for another system than the texts in the code name brings that system's words.
-    QTranslator words;
-    if (words.load(QStringLiteral(":/wording/platform.qm")))
-        QCoreApplication::installTranslator(&words);
-
+// The program itself, from its beginning to its end.
+int run(QApplication &application) {
     Platform platform = createPlatform();
     TimerScheduler scheduler;
     NetworkHttpClient http;
@@ -113,7 +101,31 @@ int main(int argc, char **argv) {
                      &AppDelegate::applicationWillTerminate);
     QMetaObject::invokeMethod(&delegate, &AppDelegate::applicationDidFinishLaunching,
                               Qt::QueuedConnection);
-    const int status = QApplication::exec();
+    return QApplication::exec();
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    obey(parseCommandLine({argv + (argc > 0 ? 1 : 0), argv + argc}));
+    if (const Failure noWindows = prepareApplication())
+        leaveWith(failureReport(ExitCode::refused, noWindows->localizedDescription));
+    Folders::install(platformFolders());
+    usualMessages = qInstallMessageHandler(endInstead);
+    TimelyEnd end;
+    QApplication application(argc, argv);
+    qInstallMessageHandler(nullptr);
+    QApplication::setOrganizationName(QStringLiteral("Quenda"));
+    QApplication::setApplicationName(QStringLiteral("Quenda"));
+    QApplication::setDesktopFileName(QStringLiteral("org.quenda.Quenda"));
+    QApplication::setQuitOnLastWindowClosed(false);
+    // A build for another system than the texts in the code name brings that system's words.
+    QTranslator words;
+    if (words.load(QStringLiteral(":/wording/platform.qm")))
+        QCoreApplication::installTranslator(&words);
+
+    const int status = run(application);
     Log::flush();
+    end.expect(kMostForTheEnd, status);
     return status;
 }

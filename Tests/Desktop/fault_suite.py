@@ -21,7 +21,8 @@ fault, so no fault says them.
 Faults of a group run one after the other on one desktop and with one program, as long as they want
 the same program: `@fault(..., settings={...}, relay=True)` takes the options of Quenda
 (quenda_program.py), and a fault with others than its predecessor gets a new program; so does every
-one with fresh=True, and the one after a fault that failed. Options that need the scene are a
+one with fresh=True, and the one after a fault that failed. What takes minutes is full_only=True: it
+runs with --full, or when it is named. Options that need the scene are a
 function: `@fault(..., options=lambda scene: {...})`; it may prepare the place before the program
 starts. Other programs are started with scene.desktop.start, which ends them with the desktop.
 """
@@ -59,6 +60,7 @@ class Fault:
     expectation: str
     run: Callable[["Scene"], str]
     fresh: bool
+    full_only: bool
     options: Optional[Callable[["Scene"], dict[str, Any]]]
     fixed_options: dict[str, Any]
 
@@ -76,14 +78,14 @@ class Outcome:
 _faults: dict[str, list[Fault]] = {}
 
 
-def fault(expectation: str, *, fresh: bool = False,
+def fault(expectation: str, *, fresh: bool = False, full_only: bool = False,
           options: Optional[Callable[["Scene"], dict[str, Any]]] = None,
           **fixed_options: Any) -> Callable[[Callable[["Scene"], str]], Callable[["Scene"], str]]:
     """Enters a function into the suite; see the top of this file."""
     def enter(function: Callable[["Scene"], str]) -> Callable[["Scene"], str]:
         group = function.__module__.removeprefix("faults_")
         _faults.setdefault(group, []).append(Fault(
-            function.__name__.replace("_", " "), expectation, function, fresh, options,
+            function.__name__.replace("_", " "), expectation, function, fresh, full_only, options,
             fixed_options))
         return function
     return enter
@@ -347,7 +349,11 @@ def main() -> int:
         importlib.import_module(f"faults_{group}")
     parts = [name for name in names if name not in GROUPS]
     chosen = {group: [one for one in _faults[group] if not names or group in names
-                      or any(part in one.name.lower() for part in parts)] for group in GROUPS}
+                      or any(part in one.name.lower() for part in parts)]
+              for group in GROUPS}
+    if not (arguments.full or arguments.list or parts):
+        chosen = {group: [one for one in wanted if not one.full_only]
+                  for group, wanted in chosen.items()}
     if not any(chosen.values()):
         print("no such fault; scripts/faults --list names them", file=sys.stderr)
         return 2

@@ -12,6 +12,8 @@ RESTARTING = "engine: whisper-server crashed — restarting…"
 REFUSED = "Connection refused"  # asked again at once, and nobody was there
 LOST = "The connection to the server was lost."
 PROBLEM = "Engine problem — open Settings"
+TIMED_OUT = "The request timed out."
+LONGEST_ANSWER_SECONDS = 120
 
 
 def inferences(scene: Scene) -> int:
@@ -86,6 +88,21 @@ def engine_killed_four_times(scene: Scene) -> str:
     scene.choose_in_menu("Restart Engine")
     scene.expect_log("engine: Ready", times=4)
     return f"“{told.removeprefix('engine: ')}”, started by the menu"
+
+
+@fault("an alert after two minutes; the next one works when it goes on", full_only=True)
+def engine_stopped_until_the_time_is_up(scene: Scene) -> str:
+    engine = dictate_to_engine(scene)
+    os.kill(engine, signal.SIGSTOP)
+    try:
+        began = time.monotonic()
+        scene.expect_alert(TIMED_OUT, LONGEST_ANSWER_SECONDS + 20)
+        seconds = time.monotonic() - began
+    finally:
+        kill(engine)
+    scene.check(seconds > LONGEST_ANSWER_SECONDS - 10, f"given up after {seconds:.0f} s")
+    scene.expect_log("engine: Ready")
+    return f"alert “{scene.failure()}” after {seconds:.0f} s"
 
 
 # It is slow

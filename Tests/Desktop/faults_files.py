@@ -100,15 +100,25 @@ def disk_full_for_the_settings(scene: Scene) -> str:
     return f"saved then (meanwhile, {file.name} was empty)"
 
 
+def fill_last_page(log: Path) -> None:
+    """Lets no room be left in what the file takes on the disk already."""
+    stamp = "2000-01-01 00:00:00 "
+    while left := -log.stat().st_size % PAGE:
+        length = left if left > len(stamp) else left + PAGE
+        with open(log, "a", encoding="utf-8") as file:
+            file.write(stamp.ljust(length - 1, "-") + "\n")
+
+
 @fault("goes on without its log, also starting the engine; logs when there is room again",
        options=on_small_disk("state"))
 def disk_full_for_the_log(scene: Scene) -> str:
     quenda = scene.quenda
-    line = "2000-01-01 00:00:00 " + "-" * (PAGE - quenda.log_file.stat().st_size % PAGE - 21)
-    with open(quenda.log_file, "a", encoding="utf-8") as file:
-        file.write(line + "\n")
+    # Or the next engine, which gets a file of its own, would free what the last one's takes.
+    os.truncate(quenda.log_file.with_name("whisper-server.log"), 0)
+    fill_last_page(quenda.log_file)
     fill_disk(scene)
     size = quenda.log_file.stat().st_size
+    scene.check(size % PAGE == 0, "something was logged meanwhile")
     [engine] = quenda.engines()
     scene.dictate()
     scene.expect_words()
@@ -165,6 +175,45 @@ def models_folder_replaced_by_a_file(scene: Scene) -> str:
     told = expect_download_error(scene, *download(scene), "Not a directory")
     models.unlink()
     return told
+
+
+def while_downloading(scene: Scene, change: Callable[[Path], None]) -> tuple[Any, Any]:
+    """Does something to the models' folder when half of the model has come; the window."""
+    seen, window = download(scene)
+    models = scene.quenda.data / "models"
+    wait_until(lambda: any(file.stat().st_size > 1 << 20 for file in models.glob("*.part*")),
+               "a part of the model", 20)
+    change(models)
+    _servers[0].release()
+    return seen, window
+
+
+_servers: list[ModelServer] = []  # of the fault that runs
+
+
+def slow_download(scene: Scene) -> dict[str, Any]:
+    """The second half of a model comes when it is released."""
+    _servers[:] = [ModelServer()]
+    scene.on_end(_servers[0].stop)
+    return {"variables": ACCESSIBLE | {"QUENDA_MODEL_BASE_URL": _servers[0].base_url},
+            "prepare": lambda quenda: (quenda.data / "models").mkdir()}
+
+
+@fault("the reason under the model; nothing left behind", options=slow_download)
+def models_folder_removed_during_a_download(scene: Scene) -> str:
+    window = while_downloading(scene, shutil.rmtree)
+    return expect_download_error(scene, *window, "No such file or directory")
+
+
+@fault("the reason under the model; no model that is not whole", options=slow_download)
+def models_folder_read_only_during_a_download(scene: Scene) -> str:
+    window = while_downloading(scene, lambda models: read_only(scene, models))
+    text = "The file could not be saved: Permission denied."
+    wait_until(lambda: window[0].find(window[1], "label", text), f"“{text}” in the window", 20)
+    scene.editor.focus()
+    whole = list((scene.quenda.data / "models").glob("*.bin"))
+    scene.check(not whole, f"there is {whole}")
+    return f"“{text}”"
 
 
 # Folders

@@ -1,11 +1,13 @@
 """The way to a cloud service is not there, or somebody on it refuses."""
 
+import socket
 import time
-from typing import Any
+from contextlib import contextmanager
+from typing import Any, Iterator
 
 from cloud_service import PORT, CloudService, cloud_settings
 from fault_suite import Scene, fault
-from isolation import HOSTS_FILE, NETWORK_ADDRESS, switch_network
+from isolation import HOSTS_FILE, NETWORK_ADDRESS, RESOLVER_FILE, switch_network
 from proxy import REFUSAL, Proxy
 from waiting import wait_until
 
@@ -86,6 +88,47 @@ def name_that_does_not_resolve(scene: Scene) -> str:
     know_host(True)
     scene.expect_nothing_inserted()
     return f"alert “{scene.failure()}”"
+
+
+@contextmanager
+def silent_name_server() -> Iterator[socket.socket]:
+    """A name server that gets every question and answers none; given up after three seconds."""
+    before = RESOLVER_FILE.read_text()
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as server:
+        server.bind(("127.0.0.1", 53))
+        server.settimeout(10)
+        RESOLVER_FILE.write_text("nameserver 127.0.0.1\noptions timeout:3 attempts:1\n")
+        try:
+            yield server
+        finally:
+            RESOLVER_FILE.write_text(before)
+
+
+@fault("an alert when the system gives up", options=unknown_cloud)
+def name_server_that_never_answers(scene: Scene) -> str:
+    with silent_name_server() as server:
+        scene.dictate()
+        asked = server.recv(512)
+        scene.check(HOST.partition(".")[0].encode() in asked, f"asked for {asked!r}")
+        scene.check(scene.menu_titles(), "the menu is empty")
+        scene.expect_alert("ost")
+    know_host(True)
+    scene.expect_nothing_inserted()
+    return f"alert “{scene.failure()}”"
+
+
+@fault("ends at once all the same", options=unknown_cloud)
+def told_to_end_while_a_name_server_is_silent(scene: Scene) -> str:
+    with silent_name_server() as server:
+        scene.dictate()
+        server.recv(512)
+        began = time.monotonic()
+        status = scene.quenda.terminate()
+        seconds = time.monotonic() - began
+    scene.check(status == 0 and seconds < 2, f"ended with {status} after {seconds:.1f} s")
+    know_host(True)
+    scene.start(**cloud_program(scene))
+    return f"ended after {seconds:.1f} s"
 
 
 @fault("an alert", options=cloud)

@@ -43,6 +43,13 @@ def nothing(client: socket.socket) -> None:
     del client
 
 
+def head_without_end(client: socket.socket) -> None:
+    client.sendall(b"HTTP/1.1 200 OK\r\n")
+    field = b"X-%06d: " + bytes(b"a" * 1000) + b"\r\n"
+    for number in range(TWO_GIGABYTES // 1012):
+        client.sendall(field % number)
+
+
 def bytes_that_are_not_http(client: socket.socket) -> None:
     client.sendall(bytes(range(256)) * 16)
 
@@ -62,7 +69,7 @@ def megabytes_of_annotations(client: socket.socket) -> None:
 ANSWERS: dict[str, Callable[[socket.socket], None]] = {
     answer.__name__: answer for answer in (
         two_gigabytes_announced, two_gigabytes_unannounced, half, nothing,
-        bytes_that_are_not_http, drop_by_drop, megabytes_of_annotations)}
+        head_without_end, bytes_that_are_not_http, drop_by_drop, megabytes_of_annotations)}
 
 
 def wanted() -> str:

@@ -16,12 +16,13 @@ from waiting import wait_until
 _MARK = "QUENDA_DESKTOP_ISOLATED"
 
 # What a suite of faults has besides: a disk that is soon full, the system's file that tells names
-# of hosts, to be changed at will, a pkill that takes its time, as long as told, and a network, to
+# of hosts and the one that tells who else knows them, to be changed at will, a pkill that takes its time, as long as told, and a network, to
 # be switched off and on.
 SMALL_DISK = Path("/mnt")
 SMALL_DISK_BYTES = 2 << 20
 _CONTROLS = Path("/srv")
 HOSTS_FILE = _CONTROLS / "hosts"
+RESOLVER_FILE = _CONTROLS / "resolv.conf"
 PKILL_SECONDS_FILE = _CONTROLS / "pkill-seconds"
 NETWORK_ADDRESS = "10.99.0.1"
 _NETWORK_PIPE = _CONTROLS / "network"
@@ -35,9 +36,10 @@ ip link set lo up
 [ -z "$QUENDA_FAULTS" ] || {
   mount -t tmpfs -o "mode=1777,size=$QUENDA_FAULTS" tmpfs /mnt
   mount -t tmpfs -o mode=1777 tmpfs /srv
+  echo 53 >/proc/sys/net/ipv4/ip_unprivileged_port_start # a name server may be played
   printf '127.0.0.1 localhost\n' >/srv/hosts
   printf 'nameserver 192.0.2.1\n' >/srv/resolv.conf
-  chmod 666 /srv/hosts
+  chmod 666 /srv/hosts /srv/resolv.conf
   mount --bind /srv/hosts /etc/hosts
   mount --bind /srv/resolv.conf /etc/resolv.conf
   mkdir /srv/real
@@ -80,7 +82,7 @@ def switch_network(on: bool) -> None:
 
 def isolate(faults: bool = False) -> None:
     """Returns inside the namespaces; outside it never returns. `faults`: with SMALL_DISK,
-    HOSTS_FILE, PKILL_SECONDS_FILE and switch_network()."""
+    HOSTS_FILE, RESOLVER_FILE, PKILL_SECONDS_FILE and switch_network()."""
     if os.environ.pop(_MARK, None):
         return
     # Root plays an ordinary user, as the programs expect to be run by one.

@@ -10,6 +10,7 @@ from typing import Optional
 # server, for a message bus, or for another thread.
 _SERVER_WAITS = ("(libxcb.",)
 _BUS_WAITS = ("QDBus",)
+_LAUNCHES = ("__clone ", "__clone3 ", "vfork ", "fork ")
 _THREAD_WAITS = ("pthread_cond_", "futex", "QSemaphore::acquire", "pthread_mutex_", "QMutex",
                  "sem_wait", "pthread_join", "QThread::wait")
 _INNERMOST = 6  # frames; deeper ones do not tell what it waits for
@@ -25,20 +26,23 @@ class Stall:
     queued: float
     pkill: float
     server: float = 0.0  # what the X server waited for a processor
-    buses: float = 0.0  # what the message buses waited for one
+    buses: float = 0.0  # what the message buses and the panel waited for one
+    launch: float = 0.0  # what a child of it, that it was just starting, waited for one
     threads: float = 0.0  # what the program's other threads waited for one, added up
     where: tuple[tuple[str, ...], ...] = ()  # the functions it was in, the innermost first
 
     @property
     def others(self) -> float:
         """How long it can at most have waited for somebody who had no processor: for the X server
-        or a bus, if it was seen to wait for that, or for another thread of its own. (What those
-        answer is read by such a thread.)"""
+        or a bus, if it was seen to wait for that, for a program that it starts, or for another
+        thread of its own. (What the first two answer is read by such a thread.)"""
         waited = self.length - self.computing - self.queued - self.pkill
         for_server = self._was_seen(_SERVER_WAITS)
+        for_launch = self._was_seen(_LAUNCHES)
         for_bus = self._was_seen(_BUS_WAITS)
         for_thread = for_server or for_bus or self._was_seen(_THREAD_WAITS)
-        possible = for_server * self.server + for_bus * self.buses + for_thread * self.threads
+        possible = for_server * self.server + for_bus * self.buses + for_launch * self.launch \
+            + for_thread * self.threads
         return max(0.0, min(waited, possible))
 
     def _was_seen(self, names: tuple[str, ...]) -> bool:
@@ -81,7 +85,7 @@ def read_stalls(file: Path, since_ns: int = 0, has_ended: bool = False) -> Optio
             continue
         found[noted["start_ns"]] = Stall(noted["start_ns"], noted["length_ms"], noted["cpu_ms"],
                                          noted["queued_ms"], noted["pkill_ms"],
-                                         noted["server_ms"], noted["buses_ms"], noted["threads_ms"],
+                                         noted["server_ms"], noted["buses_ms"], noted["launch_ms"], noted["threads_ms"],
                                          tuple(map(tuple, noted["where"])))
     return [stall for stall in found.values() if stall.start_ns + stall.length * 1e6 >= since_ns]
 

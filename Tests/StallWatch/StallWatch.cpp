@@ -9,8 +9,10 @@
 //   cpu_ms     how long the main thread itself computed meanwhile
 //   queued_ms  how long it could have run, but the machine had no processor for it
 //   pkill_ms   how long it waited for pkill, which ends stale engines before one is started
+//   launch_ms  how long its newest child, until it had become another program, could have run, but
+//              the machine had no processor for it; whoever starts a program waits for that
 //   server_ms  how long the X server could have run, but the machine had no processor for it
-//   buses_ms   the same of the message buses
+//   buses_ms   the same of the message buses and the panel, which Qt asks on them
 //   threads_ms the same of the program's other threads, added up
 //   where      the functions that the main thread was in, the innermost first, for each moment
 //              looked at: after 40 ms and then every 20 ms
@@ -31,6 +33,7 @@
 #include <QObject>
 #include <QString>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -137,7 +140,8 @@ private:
         const Clock::time_point asked = Clock::now();
         m_asked = asked;
         m_answered = false;
-        m_unnamed = m_waited = {};
+        m_unnamed = m_waited = m_launch = {};
+        m_launching.clear();
         QCoreApplication::postEvent(this, new QEvent(QEvent::User));
         Clock::duration tellAfter = kLongStall;
         Clock::duration askWhereAfter = kAskWhere;
@@ -166,9 +170,12 @@ private:
     void noteChild(nanoseconds since) {
         const QList<QByteArray> children =
             contents(m_threadFolder + QLatin1String("children")).trimmed().split(' ');
-        const QByteArray name =
-            contents(QStringLiteral("/proc/%1/comm").arg(QString::fromLatin1(children.last())))
-                .trimmed();
+        const QString folder =
+            QStringLiteral("/proc/%1/").arg(QString::fromLatin1(children.last()));
+        const QByteArray name = contents(folder + QLatin1String("comm")).trimmed();
+        noteLaunch();
+        if (name == m_program)
+            m_launching = folder;
         if (name == m_program)
             m_unnamed += since;
         else if (name == kWaitedFor)
@@ -177,12 +184,22 @@ private:
             m_unnamed = {};
     }
 
+    void noteLaunch() {
+        if (m_launching.isEmpty())
+            return;
+        const nanoseconds queued = Account::now(m_launching).queued;
+        if (contents(m_launching + QLatin1String("comm")).trimmed() != m_program)
+            m_launching.clear();
+        m_launch = std::max(m_launch, queued);
+    }
+
     void takeWhere() {
         if (const QStringList frames = m_frames.take(); !frames.isEmpty())
             m_where.append(QJsonArray::fromStringList(frames));
     }
 
     void tell(Clock::time_point asked, const Answer &answer, const Account &before, bool over) {
+        noteLaunch();
         const ThreadQueues::Waits waits = m_queues.sinceBegin();
         const QJsonObject line{
             {QStringLiteral("start_ns"),
@@ -191,6 +208,7 @@ private:
             {QStringLiteral("cpu_ms"), milliseconds(answer.account.computed - before.computed)},
             {QStringLiteral("queued_ms"), milliseconds(answer.account.queued - before.queued)},
             {QStringLiteral("pkill_ms"), milliseconds(m_waited)},
+            {QStringLiteral("launch_ms"), milliseconds(m_launch)},
             {QStringLiteral("server_ms"), milliseconds(waits.server)},
             {QStringLiteral("buses_ms"), milliseconds(waits.buses)},
             {QStringLiteral("threads_ms"), milliseconds(waits.own)},
@@ -205,6 +223,8 @@ private:
     std::atomic<Clock::time_point> m_asked{};
     nanoseconds m_unnamed{};
     nanoseconds m_waited{};
+    nanoseconds m_launch{};
+    QString m_launching; ///< the folder in /proc of a child that is no other program yet
     MainThreadFrames m_frames;
     ThreadQueues m_queues;
     QJsonArray m_where;

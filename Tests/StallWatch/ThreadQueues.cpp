@@ -73,7 +73,7 @@ void ThreadQueues::look() {
         const QByteArray program = programOf(folder);
         if (program == "Xvfb" || program == "Xorg" || program == "Xwayland")
             add(folder, &Waits::server);
-        else if (program == "dbus-daemon" || program == "dbus-broker")
+        else if (program == "dbus-daemon" || program == "dbus-broker" || program == "lxqt-panel")
             add(folder, &Waits::buses);
     }
     add(QStringLiteral("/proc/self/"), &Waits::own);

@@ -2,9 +2,9 @@
 // processor for them; for the stall watch.
 //
 // Owned by the watch and used on its thread only. The threads are those of the X server and of the
-// message buses, if such with usual names are to be seen, and the program's own but the main one
-// and the caller's. Their kernel's account is kept open, so that looking at it often costs little.
-// All is 0 where there is no /proc.
+// message buses with the panel on them, if such with usual names are to be seen, and the program's
+// own but the main one and the caller's. Their kernel's account is kept open, so that looking at it
+// often costs little. All is 0 where there is no /proc.
 #pragma once
 
 #include <QString>

@@ -41,6 +41,11 @@ void giveLargeBlocksBack() {
     mallopt(M_TRIM_THRESHOLD, 1 << 21);
 }
 
+// In shared memory with the X server, Qt could paint a window again only after a round trip, which
+// tells that the server has read what was painted last: for the level meter, thirty times a second.
+// Without, the changed pixels are sent. Qt reads this when it connects.
+constexpr char kNoSharedPixels[] = "QT_XCB_NO_MITSHM";
+
 constexpr std::chrono::milliseconds kBusPatience{500};
 
 // Qt's plug-ins that need no display stay usable, for tests say.
@@ -64,6 +69,7 @@ std::unique_ptr<Bundle> createBundle() {
 
 Failure prepareApplication() {
     giveLargeBlocksBack();
+    qputenv(kNoSharedPixels, "1");
     if (needsDisplay() && qEnvironmentVariableIsEmpty("DISPLAY") &&
         qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
         return quendaError(
@@ -78,6 +84,7 @@ Failure prepareApplication() {
 }
 
 Platform createPlatform() {
+    qunsetenv(kNoSharedPixels); // it is not for the programs that we start
     const auto sound = std::make_shared<PulseConnection>();
     const auto synthetic = std::make_shared<SyntheticKeys>();
     auto pasteboard = std::make_unique<X11Pasteboard>();
