@@ -28,6 +28,7 @@ constexpr QRect kClock = frame(232, 19, 46, 18);
 constexpr QRect kCancel = frame(286, 18, 20, 20);
 constexpr int kNoticeRight = 300; ///< as far from the right edge as the dot from the left one
 constexpr int kDistanceFromBottom = 60;
+constexpr int kRowsAtOnce = 4; ///< of device pixels: too few for Qt to share them out
 constexpr std::chrono::milliseconds kPulseSweep{900};
 constexpr double kPulseLow = 0.45;
 
@@ -214,7 +215,7 @@ void PillPanel::changeEvent(QEvent *event) {
     QWidget::changeEvent(event);
 }
 
-void PillPanel::drawCard(QPainter &painter) const {
+void PillPanel::drawCardShape(QPainter &painter) const {
     painter.setPen(Qt::NoPen);
     painter.setBrush(palette::cardBackground);
     if (m_translucent)
@@ -225,6 +226,23 @@ void PillPanel::drawCard(QPainter &painter) const {
     painter.setBrush(Qt::NoBrush);
     painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), cornerRadius - 0.5,
                             cornerRadius - 0.5);
+}
+
+// In one go, Qt (6.4) would share so large a shape out among threads of a pool and wait for them:
+// on a loaded machine for a long time.
+void PillPanel::drawCard(QPainter &painter) const {
+    const QTransform toDevice = painter.deviceTransform();
+    const QRect place = toDevice.mapRect(QRectF(rect())).toAlignedRect();
+    QImage card(place.size(), QImage::Format_ARGB32_Premultiplied);
+    card.fill(Qt::transparent);
+    for (int row = 0; row < card.height(); row += kRowsAtOnce) {
+        QPainter picture(&card);
+        picture.setClipRect(0, row, card.width(), kRowsAtOnce);
+        picture.setRenderHint(QPainter::Antialiasing);
+        picture.setTransform(toDevice * QTransform::fromTranslate(-place.x(), -place.y()));
+        drawCardShape(picture);
+    }
+    painter.drawImage(toDevice.inverted().mapRect(QRectF(place)), card);
 }
 
 void PillPanel::drawDot(QPainter &painter) {

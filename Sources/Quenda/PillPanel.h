@@ -71,6 +71,7 @@ private:
     void repaintMotion();
     QRect labelFrame() const;
     void drawCard(QPainter &painter) const;
+    void drawCardShape(QPainter &painter) const;
     void drawDot(QPainter &painter);
     void drawLabel(QPainter &painter);
 
