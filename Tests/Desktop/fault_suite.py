@@ -22,7 +22,8 @@ Faults of a group run one after the other on one desktop and with one program, a
 the same program: `@fault(..., settings={...}, relay=True)` takes the options of Quenda
 (quenda_program.py), and a fault with others than its predecessor gets a new program; so does every
 one with fresh=True, and the one after a fault that failed. What takes minutes is full_only=True: it
-runs with --full, or when it is named. Options that need the scene are a
+runs with --full, or when it is named. What has a near relative in its group is slow=True: it is
+left out with --quick, as the ordinary tests run the suite. Options that need the scene are a
 function: `@fault(..., options=lambda scene: {...})`; it may prepare the place before the program
 starts. Other programs are started with scene.desktop.start, which ends them with the desktop.
 """
@@ -51,6 +52,7 @@ GROUPS = ("engine", "answers", "installation", "network", "files", "clock",
 # Beyond the waits that are asked for and those for a processor; see Stall.own.
 MOST_STALL_MS = 100.0
 SENTENCE = "the quick brown fox"
+BRIEF_SENTENCE = "brown fox"
 ALERT = "Transcription failed"
 
 
@@ -60,6 +62,7 @@ class Fault:
     expectation: str
     run: Callable[["Scene"], str]
     fresh: bool
+    slow: bool
     full_only: bool
     options: Optional[Callable[["Scene"], dict[str, Any]]]
     fixed_options: dict[str, Any]
@@ -78,15 +81,16 @@ class Outcome:
 _faults: dict[str, list[Fault]] = {}
 
 
-def fault(expectation: str, *, fresh: bool = False, full_only: bool = False,
+def fault(expectation: str, *, fresh: bool = False, slow: bool = False,
+          full_only: bool = False,
           options: Optional[Callable[["Scene"], dict[str, Any]]] = None,
           **fixed_options: Any) -> Callable[[Callable[["Scene"], str]], Callable[["Scene"], str]]:
     """Enters a function into the suite; see the top of this file."""
     def enter(function: Callable[["Scene"], str]) -> Callable[["Scene"], str]:
         group = function.__module__.removeprefix("faults_")
         _faults.setdefault(group, []).append(Fault(
-            function.__name__.replace("_", " "), expectation, function, fresh, full_only, options,
-            fixed_options))
+            function.__name__.replace("_", " "), expectation, function, fresh, slow, full_only,
+            options, fixed_options))
         return function
     return enter
 
@@ -253,7 +257,7 @@ class Scene:
                    "an engine for the next dictation", 20)
         self.check(self.quenda.process.poll() is None, "the program ended")
         self._changes = len(self.editor.changes())
-        self.dictate()
+        self.dictate(BRIEF_SENTENCE)
         self.expect_words()
         self.check(len(self.inserted()) == 1, f"more than once: {self.inserted()}")
 
@@ -336,6 +340,8 @@ def parse() -> tuple[list[str], argparse.Namespace]:
                         help="a group, or part of a fault's name; all if none is given")
     parser.add_argument("--full", action="store_true",
                         help="let last what is shortened otherwise, as a minute of key presses")
+    parser.add_argument("--quick", action="store_true",
+                        help="leave out what has a near relative in its group")
     parser.add_argument("--list", action="store_true", help="only name the faults")
     arguments = parser.parse_args()
     return [name.replace("_", " ").lower() for name in arguments.names], arguments
@@ -352,7 +358,8 @@ def main() -> int:
                       or any(part in one.name.lower() for part in parts)]
               for group in GROUPS}
     if not (arguments.full or arguments.list or parts):
-        chosen = {group: [one for one in wanted if not one.full_only]
+        chosen = {group: [one for one in wanted
+                          if not one.full_only and not (arguments.quick and one.slow)]
                   for group, wanted in chosen.items()}
     if not any(chosen.values()):
         print("no such fault; scripts/faults --list names them", file=sys.stderr)

@@ -38,7 +38,7 @@ def engine_that_answers_garbage(scene: Scene) -> str:
     return lie(scene, UNEXPECTED, ANSWER="garbage")
 
 
-@fault("an alert", before=HOSTILE)
+@fault("an alert", before=HOSTILE, slow=True)
 def engine_that_answers_another_type(scene: Scene) -> str:
     return lie(scene, UNEXPECTED, ANSWER="no-text")
 
@@ -53,7 +53,7 @@ def engine_that_closes_mid_answer(scene: Scene) -> str:
     return lie(scene, "onnection", HOSTILE="half")
 
 
-@fault("an alert", before=HOSTILE)
+@fault("an alert", before=HOSTILE, slow=True)
 def engine_that_closes_without_an_answer(scene: Scene) -> str:
     return lie(scene, "Connection closed", HOSTILE="nothing")
 
@@ -63,7 +63,7 @@ def engine_that_answers_2_GB(scene: Scene) -> str:
     return lie(scene, TOO_LONG, HOSTILE="two_gigabytes_unannounced")
 
 
-@fault("an alert; memory bounded", before=HOSTILE)
+@fault("an alert; memory bounded", before=HOSTILE, slow=True)
 def engine_that_announces_2_GB(scene: Scene) -> str:
     return lie(scene, TOO_LONG, HOSTILE="two_gigabytes_announced")
 
@@ -73,7 +73,7 @@ def engine_whose_head_never_ends(scene: Scene) -> str:
     return lie(scene, "The request timed out.", 140, MOST_HEAD_MB, HOSTILE="head_without_end")
 
 
-@fault("the words in 2 MB of annotations come", before=HOSTILE)
+@fault("the words in 2 MB of annotations come", before=HOSTILE, slow=True)
 def engine_that_annotates_very_much(scene: Scene) -> str:
     scene.quenda.control(HOSTILE="megabytes_of_annotations")
     scene.dictate()

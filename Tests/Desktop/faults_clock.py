@@ -76,8 +76,9 @@ def clock_forward_and_back_while_idle(scene: Scene) -> str:
     return "the same engine, ready"
 
 
-@fault("the model's loading takes its own time", options=lambda scene: own_clock(scene) | {
-    "controls": {"LOAD_DELAY_MS": "3000"}, "ready": False})
+@fault("the model's loading takes its own time", slow=True,
+       options=lambda scene: own_clock(scene) | {"controls": {"LOAD_DELAY_MS": "3000"},
+                                                 "ready": False})
 def clock_forward_while_the_engine_loads(scene: Scene) -> str:
     scene.dictate()  # waits for the model, 90 s at most
     set_clock(scene, DAY)

@@ -113,7 +113,7 @@ def logind(scene: Scene) -> Iterator[Logind]:
         one.close()
 
 
-@fault("a line in the log, nothing else")
+@fault("a line in the log, nothing else", slow=True)
 def sleep_while_idle(scene: Scene) -> str:
     with logind(scene) as system:
         system.sleep()
@@ -216,7 +216,7 @@ def session_bus_killed(scene: Scene) -> str:
     return "goes on"
 
 
-@fault("the dictation under way goes on without it", options=with_bus)
+@fault("the dictation under way goes on without it", options=with_bus, slow=True)
 def session_bus_killed_while_recording(scene: Scene) -> str:
     wait_for_item(scene)
     scene.editor.focus()
@@ -237,7 +237,7 @@ def session_bus_hung(scene: Scene) -> str:
 
 
 @fault("works without it",
-       variables={"DBUS_SESSION_BUS_ADDRESS": "unix:path=/nonexistent/bus"})
+       variables={"DBUS_SESSION_BUS_ADDRESS": "unix:path=/nonexistent/bus"}, slow=True)
 def session_bus_never_there(scene: Scene) -> str:
     return "started"
 

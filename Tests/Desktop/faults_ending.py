@@ -82,7 +82,7 @@ def told_to_end_when_idle(scene: Scene) -> str:
     return expect_end(scene)
 
 
-@fault(ENDS + "; as if told once")
+@fault(ENDS + "; as if told once", slow=True)
 def told_to_end_three_times_at_once(scene: Scene) -> str:
     copy(scene)
     return expect_end(scene, signal.SIGTERM, signal.SIGINT, signal.SIGTERM)
@@ -130,7 +130,7 @@ def told_to_end_while_an_alert_is_open(scene: Scene) -> str:
     return expect_end(scene)
 
 
-@fault(ENDS)
+@fault(ENDS, slow=True)
 def told_to_end_with_the_settings_open(scene: Scene) -> str:
     copy(scene)
     scene.choose_in_menu("Settings…")

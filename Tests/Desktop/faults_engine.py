@@ -75,7 +75,7 @@ def engine_stopped_for_good(scene: Scene) -> str:
     return f"killed; “{scene.expect_words()}” came from the new one"
 
 
-@fault("“keeps crashing” at the fourth time; “Restart Engine” starts it", fresh=True)
+@fault("“keeps crashing” at the fourth time; “Restart Engine” starts it", fresh=True, slow=True)
 def engine_killed_four_times(scene: Scene) -> str:
     for time_ in range(1, 5):
         [engine] = scene.quenda.engines()
@@ -118,7 +118,8 @@ def engine_slow(scene: Scene) -> str:
     return " | ".join(scene.inserted())
 
 
-@fault("the words come when it is ready", controls={"LOAD_DELAY_MS": "3000"}, ready=False)
+@fault("the words come when it is ready", slow=True, controls={"LOAD_DELAY_MS": "3000"},
+       ready=False)
 def engine_slow_to_load(scene: Scene) -> str:
     scene.dictate()
     scene.check(not scene.logged("engine: Ready"), "it loaded too soon for this test")

@@ -167,7 +167,7 @@ def disk_full_for_a_model(scene: Scene) -> str:
     return told
 
 
-@fault("the reason under the model", options=with_model_server(lambda scene: {}))
+@fault("the reason under the model", options=with_model_server(lambda scene: {}), slow=True)
 def models_folder_replaced_by_a_file(scene: Scene) -> str:
     models = scene.quenda.data / "models"
     shutil.rmtree(models, ignore_errors=True)
@@ -205,7 +205,7 @@ def models_folder_removed_during_a_download(scene: Scene) -> str:
     return expect_download_error(scene, *window, "No such file or directory")
 
 
-@fault("the reason under the model; no model that is not whole", options=slow_download)
+@fault("the reason under the model; no model that is not whole", options=slow_download, slow=True)
 def models_folder_read_only_during_a_download(scene: Scene) -> str:
     window = while_downloading(scene, lambda models: read_only(scene, models))
     text = "The file could not be saved: Permission denied."
@@ -266,7 +266,7 @@ def put_away(place: Path) -> Path:
     return away
 
 
-@fault("goes on without its log", variables=ACCESSIBLE)
+@fault("goes on without its log", variables=ACCESSIBLE, slow=True)
 def log_folder_replaced_by_a_file(scene: Scene) -> str:
     folder = scene.quenda.log_file.parent
     away = put_away(folder)
@@ -319,7 +319,7 @@ def settings_folder_read_only(scene: Scene) -> str:
     return "saved when it could be written again"
 
 
-@fault("goes on with the settings in memory", variables=ACCESSIBLE)
+@fault("goes on with the settings in memory", variables=ACCESSIBLE, slow=True)
 def settings_folder_replaced_by_a_file(scene: Scene) -> str:
     away = put_away(scene.quenda.data)
     scene.quenda.data.touch()
@@ -331,7 +331,7 @@ def settings_folder_replaced_by_a_file(scene: Scene) -> str:
     return "saved when it was back"
 
 
-@fault("never waits for the pipe", variables=ACCESSIBLE)
+@fault("never waits for the pipe", variables=ACCESSIBLE, slow=True)
 def settings_file_replaced_by_a_link_to_a_pipe(scene: Scene) -> str:
     file = scene.quenda.data / "config.json"
     pipe = file.with_name("pipe")

@@ -92,7 +92,7 @@ def binary_replaced_by_nonsense(scene: Scene) -> str:
     return f"“{told.removeprefix('engine: ')}”, started by the menu"
 
 
-@fault("“whisper-server not found. …”; “Restart Engine” when repaired", options=own_engine)
+@fault("“whisper-server not found. …”; “Restart Engine” when repaired", options=own_engine, slow=True)
 def binary_no_longer_a_program(scene: Scene) -> str:
     binary = Path(scene.quenda.engine_file)
     [engine] = scene.quenda.engines()
@@ -129,7 +129,7 @@ def model_truncated(scene: Scene) -> str:
     return "told, ready then"
 
 
-@fault("“No model installed yet. …”; “Restart Engine” when it is back", options=own_model)
+@fault("“No model installed yet. …”; “Restart Engine” when it is back", options=own_model, slow=True)
 def model_removed(scene: Scene) -> str:
     model = scene.desktop.folder / "own-model.bin"
     model.unlink()

@@ -90,7 +90,7 @@ def key_connection_lost_while_the_key_is_held(scene: Scene) -> str:
 
 # Other keys
 
-@fault("the other key changes nothing; the words come at the release")
+@fault("the other key changes nothing; the words come at the release", slow=True)
 def left_key_tapped_while_the_right_one_is_held(scene: Scene) -> str:
     begin_to_speak(scene)
     scene.desktop.keyboard.tap(LEFT_ALT)
@@ -224,7 +224,7 @@ def presses_10_ms_apart(scene: Scene) -> str:
 
 
 @fault("every other one ends a recording: nothing comes; at rest at once; the next works",
-       trace=True, settings={"activationMode": "toggle"})
+       trace=True, settings={"activationMode": "toggle"}, slow=True)
 def presses_10_ms_apart_in_toggle_mode(scene: Scene) -> str:
     seen = storm(scene)
     scene.desktop.keyboard.tap(keys.RIGHT_ALT)

@@ -52,7 +52,7 @@ def microphone_at_8_kHz_mono(scene: Scene) -> str:
     return dictate_from(scene, 8000, 1, words=False)
 
 
-@fault(RECOGNISED)
+@fault(RECOGNISED, slow=True)
 def microphone_at_44100_Hz_mono(scene: Scene) -> str:
     return dictate_from(scene, 44100, 1)
 
@@ -67,7 +67,7 @@ def microphone_at_96_kHz_stereo(scene: Scene) -> str:
     return dictate_from(scene, 96000, 2)
 
 
-@fault(RECOGNISED)
+@fault(RECOGNISED, slow=True)
 def microphone_at_192_kHz_mono(scene: Scene) -> str:
     return dictate_from(scene, 192000, 1)
 

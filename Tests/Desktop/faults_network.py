@@ -39,7 +39,8 @@ def cloud(scene: Scene) -> dict[str, Any]:
 
 def cloud_program(scene: Scene, **variables: str) -> dict[str, Any]:
     return {"settings": cloud_settings(host=HOST), "ready": False,
-            "engine": scene.desktop.folder / "no-engine", "answers": service(scene).answers_file, "variables": variables}
+            "engine": scene.desktop.folder / "no-engine", "answers": service(scene).answers_file,
+            "variables": variables}
 
 
 def unknown_cloud(scene: Scene) -> dict[str, Any]:
@@ -131,7 +132,7 @@ def told_to_end_while_a_name_server_is_silent(scene: Scene) -> str:
     return f"ended after {seconds:.1f} s"
 
 
-@fault("an alert", options=cloud)
+@fault("an alert", options=cloud, slow=True)
 def service_that_fails(scene: Scene) -> str:
     service(scene).control(ANSWER="error")
     scene.dictate()
@@ -166,11 +167,11 @@ def proxy_that_forbids(scene: Scene) -> str:
     return refuse(scene, REFUSAL % b"403 Forbidden", ANSWERED.format(403))
 
 
-@fault("an alert", options=cloud_behind_proxy)
+@fault("an alert", options=cloud_behind_proxy, slow=True)
 def proxy_that_wants_a_password(scene: Scene) -> str:
     return refuse(scene, REFUSAL % b"407 Proxy Authentication Required", "")
 
 
-@fault("an alert", options=cloud_behind_proxy)
+@fault("an alert", options=cloud_behind_proxy, slow=True)
 def proxy_that_hangs_up(scene: Scene) -> str:
     return refuse(scene, b"", "")

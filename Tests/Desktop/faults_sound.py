@@ -127,7 +127,7 @@ def microphone_unplugged_while_recording(scene: Scene) -> str:
     return "cancelled, found again"
 
 
-@fault("the dictation is cancelled; the other microphone is used")
+@fault("the dictation is cancelled; the other microphone is used", slow=True)
 def microphone_unplugged_with_another_there(scene: Scene) -> str:
     sound = scene.desktop.sound
     sound.add_microphone("second", "Second Microphone")
