@@ -43,9 +43,6 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # pkill ends engines that an earlier run left behind.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "procps")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "pulseaudio | pipewire-pulse, ca-certificates, xdg-utils")
-if(NOT QUENDA_ENGINE_FILES MATCHES whisper-server)
-    set(CPACK_DEBIAN_PACKAGE_SUGGESTS "whisper.cpp")
-endif()
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 # What only Debian wants, or wants elsewhere.

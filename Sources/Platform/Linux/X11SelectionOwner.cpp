@@ -1,6 +1,7 @@
 #include "Platform/Linux/X11SelectionOwner.h"
 
 #include "Platform/Linux/X11SelectionLink.h"
+#include "Quenda/Trace.h"
 
 #include <algorithm>
 #include <utility>
@@ -114,6 +115,7 @@ bool X11SelectionOwner::convert(const Owned &owned, xcb_window_t requestor, xcb_
     }
     const auto &targets = owned.offer->targets;
     const auto found = std::find(targets.begin(), targets.end(), target);
+    Trace::mark("read");
     return found != targets.end() &&
            sendData(owned, std::size_t(found - targets.begin()), requestor, property);
 }
