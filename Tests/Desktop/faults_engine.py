@@ -10,7 +10,7 @@ from waiting import wait_until
 
 RESTARTING = "engine: whisper-server crashed — restarting…"
 REFUSED = "Connection refused"  # asked again at once, and nobody was there
-CLOSED = "Connection closed"  # Qt sees the end of the connection before that of the process is known
+CLOSED = "Connection closed"  # before the answer: Qt has seen the end of it
 LOST = "The connection to the server was lost."
 PROBLEM = "Engine problem — open Settings"
 TIMED_OUT = "The request timed out."
