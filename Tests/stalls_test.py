@@ -45,6 +45,7 @@ class StallTest(unittest.TestCase):
 
     def test_computing_counts_always(self) -> None:
         self.assertEqual(stall(computing=120.0, where=IN_SERVER, server=999.0).own, 120)
+        self.assertEqual(stall(computing=120.0, queued=100.0, pkill=250.0).own, 120)
 
 
 if __name__ == "__main__":

@@ -54,7 +54,7 @@ class Stall:
         """What is the program's own: without the wait for pkill, which is asked for, and without
         that for a processor, which a loaded machine has none of, be it the main thread's or that of
         the X server and the threads it may have waited for. What it computed counts always."""
-        return max(0.0, self.length - self.queued - self.pkill - self.others)
+        return max(self.computing, self.length - self.queued - self.pkill - self.others)
 
     def __str__(self) -> str:
         parts = [f"{name} {length:.0f}" for name, length in (

@@ -141,6 +141,7 @@ private:
         m_asked = asked;
         m_answered = false;
         m_unnamed = m_waited = m_launch = {};
+        m_waitsForChild = false;
         m_launching.clear();
         QCoreApplication::postEvent(this, new QEvent(QEvent::User));
         Clock::duration tellAfter = kLongStall;
@@ -161,6 +162,8 @@ private:
             }
         }
         takeWhere();
+        if (m_answered && m_waitsForChild)
+            noteChild(m_answer.time - looked);
         if (m_answered && m_answer.time - asked > kStall)
             tell(asked, m_answer, before, true);
     }
@@ -176,10 +179,12 @@ private:
         noteLaunch();
         if (name == m_program)
             m_launching = folder;
-        if (name == m_program)
-            m_unnamed += since;
-        else if (name == kWaitedFor)
+        // When it had ended, nobody knows; this thread may have had no processor itself.
+        const bool wasWaitedFor = std::exchange(m_waitsForChild, name == kWaitedFor);
+        if (wasWaitedFor || m_waitsForChild)
             m_waited += since + std::exchange(m_unnamed, {});
+        else if (name == m_program)
+            m_unnamed += since;
         else
             m_unnamed = {};
     }
@@ -223,6 +228,7 @@ private:
     std::atomic<Clock::time_point> m_asked{};
     nanoseconds m_unnamed{};
     nanoseconds m_waited{};
+    bool m_waitsForChild = false;
     nanoseconds m_launch{};
     QString m_launching; ///< the folder in /proc of a child that is no other program yet
     MainThreadFrames m_frames;
