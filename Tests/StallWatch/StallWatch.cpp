@@ -148,6 +148,7 @@ private:
         Clock::duration askWhereAfter = kAskWhere;
         Clock::time_point looked = asked;
         while (!m_changed.wait_for(lock, kLook, [this] { return m_answered || m_end; })) {
+            lock.unlock(); // the main thread must never wait for us
             const Clock::time_point now = Clock::now();
             noteChild(now - looked);
             looked = now;
@@ -160,12 +161,17 @@ private:
                 tellAfter = 2 * (now - asked);
                 tell(asked, {now, Account::now(m_threadFolder)}, before, false);
             }
+            lock.lock();
         }
+        if (!m_answered || m_answer.time - asked <= kStall)
+            return;
+        const Answer answer = m_answer;
+        lock.unlock();
         takeWhere();
-        if (m_answered && m_waitsForChild)
-            noteChild(m_answer.time - looked);
-        if (m_answered && m_answer.time - asked > kStall)
-            tell(asked, m_answer, before, true);
+        if (m_waitsForChild)
+            noteChild(answer.time - looked);
+        tell(asked, answer, before, true);
+        lock.lock();
     }
 
     /// The newest child is the one that is waited for, if any is. One that has not become another
