@@ -3,7 +3,6 @@
 #include <QHostAddress>
 #include <QNetworkProxyFactory>
 #include <QNetworkProxyQuery>
-#include <QSslConfiguration>
 
 #include <thread>
 #include <utility>
@@ -14,8 +13,6 @@ void ProxyResolver::resolve(const QUrl &url, Answer answer) {
     std::thread([slot = m_mailbox.slot(), url, answer = std::move(answer)]() mutable {
         const QList<QNetworkProxy> proxies =
             QNetworkProxyFactory::systemProxyForQuery(QNetworkProxyQuery(url));
-        // Or the first request would load the library from the disk on its caller's thread.
-        QSslConfiguration::defaultConfiguration();
         slot.post([proxies, answer = std::move(answer)] { answer(proxies); });
     }).detach();
 }
