@@ -163,7 +163,10 @@ private:
             }
             lock.lock();
         }
-        if (!m_answered || m_answer.time - asked <= kStall)
+        // What was told has to be corrected: the answer may have been under way, by a main thread
+        // that lost its processor over it.
+        const bool isTold = tellAfter != kLongStall;
+        if (!m_answered || (m_answer.time - asked <= kStall && !isTold))
             return;
         const Answer answer = m_answer;
         lock.unlock();
