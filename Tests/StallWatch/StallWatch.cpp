@@ -117,7 +117,7 @@ protected:
         const Clock::time_point now = Clock::now();
         const Account account =
             now - m_asked.load() > kStall ? Account::now(m_threadFolder) : Account();
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        // No lock: the watch may lose its processor while it holds one. It looks soon in any case.
         m_answer = {now, account};
         m_answered = true;
         m_changed.notify_all();
@@ -235,6 +235,8 @@ private:
     QFile m_file;
     const QByteArray m_program;
     std::atomic<Clock::time_point> m_asked{};
+    Answer m_answer{}; ///< the main thread's until m_answered, the watch's afterwards
+    std::atomic<bool> m_answered = false;
     nanoseconds m_unnamed{};
     nanoseconds m_waited{};
     bool m_waitsForChild = false;
@@ -246,8 +248,6 @@ private:
 
     std::mutex m_mutex; ///< guards what follows
     std::condition_variable m_changed;
-    Answer m_answer{};
-    bool m_answered = false;
     bool m_end = false;
     std::thread m_thread;
 };
