@@ -38,6 +38,13 @@ class Proxy:
                 return
             received += data
         if self.answer is not None:
+            # Qt may lose an answer that comes while it is still sending.
+            head, _, body = received.partition(b"\r\n\r\n")
+            length = next((int(field.split(b":")[1]) for field in head.lower().split(b"\r\n")
+                           if field.startswith(b"content-length:")), 0)
+            missing = length - len(body)
+            while self.answer and missing > 0 and (data := client.recv(1 << 16)):
+                missing -= len(data)
             client.sendall(self.answer)
             client.shutdown(socket.SHUT_WR)
             while client.recv(1 << 16):
