@@ -138,6 +138,13 @@ std::u16string_view firstCharacter(std::u16string_view text) {
     return head.substr(0, end == UBRK_DONE ? 0 : size_t(end));
 }
 
+std::u16string_view firstCodePoint(std::u16string_view text) {
+    int32_t end = 0;
+    if (!text.empty())
+        U16_FWD_1(text.data(), end, int32_t(text.size()));
+    return text.substr(0, size_t(end));
+}
+
 } // namespace
 
 std::u16string referenceCleanTranscript(std::u16string_view input) {
@@ -173,10 +180,11 @@ std::u16string referenceRemoveFillerWords(std::u16string_view input) {
                                     &spacesBeforeMark, &leading, &twoCommas})
         text = each->in(text);
 
-    const std::u16string_view first = firstCharacter(text);
-    const std::u16string upper = mapped(u_strToUpper, first);
-    if (upper != first && mapped(u_strToLower, first) == first)
-        text = upper + text.substr(first.size());
+    const std::u16string_view letter = firstCodePoint(text);
+    if (mapped(u_strToUpper, letter) != letter && mapped(u_strToLower, letter) == letter) {
+        const std::u16string_view first = firstCharacter(text);
+        text = mapped(u_strToUpper, first) + text.substr(first.size());
+    }
     return trimmed(text, [](UChar32 c) { return bool(u_isblank(c)); });
 }
 

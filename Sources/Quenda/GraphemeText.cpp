@@ -13,10 +13,11 @@ struct Boundary {
     qsizetype position = 0; // in UTF-16 units
 };
 
-enum class Kind { Emoji, Other, Continues };
+enum class Kind { Emoji, Digit, Other, Continues };
 
-// Emoji belong to no script, and the boundary finder gives such characters the script of what
-// stands before them; after Hindi or Thai it then takes every unit of an emoji for a character.
+// Emoji and digits belong to no script, and the boundary finder gives such characters the script of
+// the letters beside them; beside Hindi or Thai it then takes every unit of an emoji, and the marks
+// that make a digit a key cap, for characters.
 Kind kindOf(char32_t c) {
     switch (QChar::category(c)) {
     case QChar::Mark_NonSpacing:
@@ -27,12 +28,14 @@ Kind kindOf(char32_t c) {
         return Kind::Continues;
     case QChar::Symbol_Other:
         return QChar::script(c) == QChar::Script_Common ? Kind::Emoji : Kind::Other;
+    case QChar::Number_DecimalDigit:
+        return QChar::script(c) == QChar::Script_Common ? Kind::Digit : Kind::Other;
     default:
         return Kind::Other;
     }
 }
 
-// Where the run that begins at `start`, of emoji alone or without any, ends.
+// Where the run that begins at `start`, of one kind alone, ends.
 qsizetype runEnd(const QString &text, qsizetype start) {
     Kind run = Kind::Continues;
     qsizetype position = start;

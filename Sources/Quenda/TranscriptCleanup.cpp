@@ -246,20 +246,29 @@ QString withoutDoubledCommas(const QString &text) {
     return kept;
 }
 
+// Whether the text begins with a code point that has an upper-case form and is no such form itself.
+bool startsInLowerCase(const QString &text) {
+    const bool pair = text.size() > 1 && text[0].isHighSurrogate() && text[1].isLowSurrogate();
+    const QString letter = text.first(pair ? 2 : std::min<qsizetype>(text.size(), 1));
+    return letter.toUpper() != letter && letter.toLower() == letter;
+}
+
 // A first character that is a lower-case letter in its upper-case form, which may be longer.
 QString withUpperCaseStart(const QString &text) {
+    if (!startsInLowerCase(text))
+        return text;
     // Far more than any real cluster has; a longer one is cut here rather than read to its end.
     constexpr qsizetype kLongestCluster = 256;
     const QString head = text.first(std::min(text.size(), kLongestCluster));
-    QTextBoundaryFinder clusters(QTextBoundaryFinder::Grapheme, head);
-    const qsizetype length = clusters.toNextBoundary();
-    if (length <= 0)
-        return text;
-    const QString first = head.first(length);
-    const QString upper = first.toUpper();
-    if (upper == first || first.toLower() != first)
-        return text;
-    return upper + text.sliced(length);
+    // What has no script takes the one of the letters before it, or else behind it, and where that
+    // is an Indic one the finder parts marks that belong together. A Latin letter in front is there
+    // to be taken; a mark at the start then belongs to it.
+    const QString anchored = u'a' + head;
+    QTextBoundaryFinder clusters(QTextBoundaryFinder::Grapheme, anchored);
+    qsizetype length = clusters.toNextBoundary() - 1;
+    if (length == 0)
+        length = clusters.toNextBoundary() - 1;
+    return head.first(length).toUpper() + text.sliced(length);
 }
 
 // What a speech model makes of silence, in lower case and without punctuation around it.

@@ -23,6 +23,9 @@ TEST(GraphemeTextTest, CountsWhatAPersonCounts) {
         {QString::fromUtf8("नमस्ते 👩‍👩‍👧"), 5},
         {QString::fromUtf8("👩‍👩‍👧नमस्ते"), 4},
         {QString::fromUtf8("กำ 🇩🇪🇫🇷!"), 5},
+        {QString::fromUtf8("1️⃣ नमस्ते"), 5},
+        {QString::fromUtf8("नमस्ते 1️⃣ 2️⃣"), 7},
+        {QString::fromUtf8("กำ1️⃣"), 2},
     };
     for (const auto &[text, count] : texts)
         EXPECT_EQ(graphemeCount(text), count) << qPrintable(text);

@@ -103,14 +103,15 @@ icu::UnicodeString withUpperCaseStart(const icu::UnicodeString &text) {
     const int32_t end = clusters->next();
     if (end == icu::BreakIterator::DONE)
         return text;
-    const icu::UnicodeString first(text, 0, end);
-    icu::UnicodeString upper(first);
+    const icu::UnicodeString letter(text, 0, text.moveIndex32(0, 1));
+    icu::UnicodeString upper(letter);
     upper.toUpper(icu::Locale::getRoot());
-    icu::UnicodeString lower(first);
+    icu::UnicodeString lower(letter);
     lower.toLower(icu::Locale::getRoot());
-    if (upper == first || lower != first)
+    if (upper == letter || lower != letter)
         return text;
-    return upper + icu::UnicodeString(text, end);
+    icu::UnicodeString first(text, 0, end);
+    return first.toUpper(icu::Locale::getRoot()) + icu::UnicodeString(text, end);
 }
 
 QString referenceFillersRemoved(const QString &input) {
