@@ -38,6 +38,8 @@ QByteArray requestHead(const QNetworkRequest &request, const QByteArray &method,
     const QList<QByteArray> names = request.rawHeaderList();
     for (const QByteArray &name : names)
         head += name + ": " + request.rawHeader(name) + "\r\n";
+    if (!request.hasRawHeader("Connection"))
+        head += "Connection: close\r\n";
     if (method != "GET" || !body.isEmpty())
         head += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
     return head + "\r\n";
