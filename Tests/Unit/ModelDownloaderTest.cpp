@@ -79,6 +79,12 @@ TEST(ModelCatalogTest, SizesAreDecimal) {
     EXPECT_EQ(sizeLabel(1000), QStringLiteral("1.0 GB"));
     EXPECT_EQ(sizeLabel(1624), QStringLiteral("1.6 GB"));
     EXPECT_EQ(sizeLabel(0), QStringLiteral("0 MB"));
+    // As "%.1f" has it: to the nearest, and half-way to the even digit.
+    EXPECT_EQ(sizeLabel(1249), QStringLiteral("1.2 GB"));
+    EXPECT_EQ(sizeLabel(1250), QStringLiteral("1.2 GB"));
+    EXPECT_EQ(sizeLabel(1251), QStringLiteral("1.3 GB"));
+    EXPECT_EQ(sizeLabel(1750), QStringLiteral("1.8 GB"));
+    EXPECT_EQ(sizeLabel(12960), QStringLiteral("13.0 GB"));
     const QLocale before;
     QLocale::setDefault(QLocale(QLocale::German));
     EXPECT_EQ(sizeLabel(1624), QStringLiteral("1.6 GB"));
@@ -87,14 +93,15 @@ TEST(ModelCatalogTest, SizesAreDecimal) {
 
 TEST(ModelCatalogTest, ExtraModelsAreTheOtherBinFiles) {
     EXPECT_TRUE(extraModels().isEmpty()) << "no folder";
+    // In no order, so that a folder that is read forwards or backwards has to be sorted.
     for (const char *name :
-         {"zeta.bin", "my-finetune.bin", "Alpha.bin", "notes.txt", "ggml-small.bin",
-          "ggml-base.en.bin", "model.BIN", "bin", "x.bin.part"})
+         {"my-finetune.bin", "zeta.bin", "notes.txt", ".hidden.bin", "ggml-small.bin",
+          "ggml-base.en.bin", "model.BIN", "bin", "x.bin.part", "Alpha.bin"})
         put(QString::fromLatin1(name));
     QDir().mkpath(modelPath(QStringLiteral("folder.bin")));
     EXPECT_EQ(extraModels(),
-              (QStringList{QStringLiteral("Alpha.bin"), QStringLiteral("my-finetune.bin"),
-                           QStringLiteral("zeta.bin")}));
+              (QStringList{QStringLiteral(".hidden.bin"), QStringLiteral("Alpha.bin"),
+                           QStringLiteral("my-finetune.bin"), QStringLiteral("zeta.bin")}));
 }
 
 // --- The downloader's own state, on a client that does what the test says
@@ -133,6 +140,8 @@ TEST_F(ModelDownloaderTest, InstallsAWholeModel) {
               QUrl(QStringLiteral("https://models.example/main/ggml-small.bin")));
     EXPECT_EQ(http.downloads[0].request.method, "GET");
     EXPECT_TRUE(http.downloads[0].request.headers.isEmpty());
+    EXPECT_EQ(http.downloads[0].request.timeout, std::chrono::seconds(60));
+    EXPECT_EQ(http.downloads[0].request.route, HttpRequest::Route::SystemProxy);
     EXPECT_EQ(fraction(small()), 0.0);
 
     http.deliver(0, "ab", 2, 8);
@@ -168,6 +177,35 @@ TEST_F(ModelDownloaderTest, EveryOtherStatusIsAnError) {
         EXPECT_FALSE(QFileInfo::exists(Config::modelsDir()));
     }
     EXPECT_TRUE(installed.isEmpty());
+}
+
+TEST_F(ModelDownloaderTest, AnAnswerWithoutAStatusCountsAsZero) {
+    downloader.download(small());
+    http.downloads[0].sink.reset();
+    http.downloads[0].completion({});
+    EXPECT_EQ(error(small()), QStringLiteral("Download failed (HTTP 0)"));
+    EXPECT_TRUE(downloader.progress.value().isEmpty());
+    EXPECT_TRUE(installed.isEmpty());
+}
+
+TEST_F(ModelDownloaderTest, TheBarGoesBeforeTheErrorComes) {
+    QStringList order;
+    const Subscription bars =
+        downloader.progress.subscribe([&](const QMap<QString, double> &progress) {
+            order.append(progress.isEmpty() ? QStringLiteral("no bar") : QStringLiteral("bar"));
+        });
+    const Subscription texts =
+        downloader.errors.subscribe([&](const QMap<QString, QString> &errors) {
+            order.append(errors.isEmpty() ? QStringLiteral("no error") : QStringLiteral("error"));
+        });
+    downloader.download(small());
+    http.endDownload(0, 404);
+    order.clear();
+    downloader.download(small());
+    EXPECT_EQ(order, (QStringList{QStringLiteral("no error"), QStringLiteral("bar")}));
+    order.clear();
+    http.endDownload(1, 404);
+    EXPECT_EQ(order, (QStringList{QStringLiteral("no bar"), QStringLiteral("error")}));
 }
 
 TEST_F(ModelDownloaderTest, TransportErrorsAreShownInTheirOwnWords) {
@@ -305,6 +343,16 @@ TEST(ModelDownloaderStartTest, TheBuildNamesTheModelRepository) {
                                   "ggml-small.bin")));
     EXPECT_TRUE(kModelPageUrl.endsWith(QStringLiteral("/tree/main")));
     QThreadPool::globalInstance()->waitForDone();
+}
+
+TEST(ModelDownloaderDeathTest, ABuildWithoutAModelAddressEndsTheProgram) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto download = [] {
+        qInstallMessageHandler(nullptr); // the tests' own would keep the last words to itself
+        FakeHttpClient http;
+        ModelDownloader(http, QStringLiteral("https://[")).download(small());
+    };
+    EXPECT_DEATH(download(), "model address is not a URL");
 }
 
 // --- With the real client and a real server

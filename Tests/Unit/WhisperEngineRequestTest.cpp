@@ -66,6 +66,13 @@ TEST_F(WhisperEngineRequestTest, withoutAVocabularyThereIsNoPrompt) {
     EXPECT_TRUE(body.contains("name=\"language\"\r\n\r\n\r\n")); // empty, but there
 }
 
+TEST_F(WhisperEngineRequestTest, aVocabularyOfSpacesIsSentUnchanged) {
+    store->update([](Config &config) { config.customVocabulary = QStringLiteral(" \t "); });
+    startUntilReady();
+    transcribe();
+    EXPECT_TRUE(http.exchanges[1].request.body.contains("name=\"prompt\"\r\n\r\n \t \r\n"));
+}
+
 TEST_F(WhisperEngineRequestTest, answersWithoutATextAreAnError) {
     startUntilReady();
     for (const char *body : {"", "no json", "[]", "{}", R"({"error":"failed to process audio"})",
