@@ -93,15 +93,15 @@ TEST(ModelCatalogTest, SizesAreDecimal) {
 
 TEST(ModelCatalogTest, ExtraModelsAreTheOtherBinFiles) {
     EXPECT_TRUE(extraModels().isEmpty()) << "no folder";
-    // In no order, so that a folder that is read forwards or backwards has to be sorted.
     for (const char *name :
-         {"my-finetune.bin", "zeta.bin", "notes.txt", ".hidden.bin", "ggml-small.bin",
-          "ggml-base.en.bin", "model.BIN", "bin", "x.bin.part", "Alpha.bin"})
+         {"zeta.bin", "my-finetune.bin", "Zulu.bin", "Alpha.bin", "notes.txt", "ggml-small.bin",
+          "ggml-base.en.bin", "model.BIN", "bin", "x.bin.part", ".hidden.bin"})
         put(QString::fromLatin1(name));
     QDir().mkpath(modelPath(QStringLiteral("folder.bin")));
     EXPECT_EQ(extraModels(),
               (QStringList{QStringLiteral(".hidden.bin"), QStringLiteral("Alpha.bin"),
-                           QStringLiteral("my-finetune.bin"), QStringLiteral("zeta.bin")}));
+                           QStringLiteral("Zulu.bin"), QStringLiteral("my-finetune.bin"),
+                           QStringLiteral("zeta.bin")}));
 }
 
 // --- The downloader's own state, on a client that does what the test says

@@ -265,6 +265,12 @@ TEST_F(RecordingIndicatorTest, recordingWithoutALevelSourceIsSilent) {
     EXPECT_EQ(panel().meter().smoothedLevel(), 0.0);
 }
 
+TEST_F(RecordingIndicatorTest, aShowWithoutALevelSourceDropsTheFormerOne) {
+    indicator->show(Mode::recording, [] { return 1.0F; });
+    indicator->show(Mode::recording);
+    EXPECT_EQ(panel().meter().levelSource(), 0.0F);
+}
+
 TEST_F(RecordingIndicatorTest, transcribingKeepsACalmWaveWhateverTheMicrophoneSays) {
     indicator->show(Mode::transcribing, [] { return 1.0F; });
     scheduler.advance(seconds(5));

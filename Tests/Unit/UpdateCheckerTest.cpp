@@ -152,6 +152,14 @@ TEST_F(UpdateCheckerTest, TheTimeIsStoredBeforeTheRequestGoesOut) {
     EXPECT_EQ(watcher.stored, true);
 }
 
+TEST_F(UpdateCheckerTest, AnAnswerThatBrokeOffIsDropped) {
+    checker.fetch();
+    http.exchanges[0].completion(
+        {200, file("58"), Error{QStringLiteral("net"), 6, QStringLiteral("cut off")}});
+    EXPECT_TRUE(found.isEmpty());
+    EXPECT_TRUE(logged().isEmpty());
+}
+
 TEST_F(UpdateCheckerTest, MarkingStoresTheTimeAlone) {
     checker.markChecked();
     EXPECT_EQ(defaults.value(QStringLiteral("lastUpdateCheck")).toDateTime(), scheduler.now());

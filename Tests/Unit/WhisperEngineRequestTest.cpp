@@ -105,6 +105,12 @@ TEST_F(WhisperEngineRequestTest, transportErrorsPassUnchanged) {
     ASSERT_EQ(results.size(), 1u);
     ASSERT_FALSE(results[0].ok());
     EXPECT_EQ(results[0].error(), error);
+
+    transcribe(); // an answer that broke off is none, whatever has come of it
+    http.exchanges[2].completion({200, R"({"text":"half"})", error});
+    ASSERT_EQ(results.size(), 2u);
+    ASSERT_FALSE(results[1].ok());
+    EXPECT_EQ(results[1].error(), error);
 }
 
 TEST_F(WhisperEngineRequestTest, requestsToAStoppedOrFailedEngineFailAtOnce) {
