@@ -2,6 +2,7 @@
 
 from pathlib import Path
 
+import sanitizer
 from fault_suite import Scene, fault
 
 HOSTILE = Path(__file__).with_name("hostile_engine.py")
@@ -27,7 +28,8 @@ def lie(scene: Scene, message: str, **controls: str) -> str:
     scene.quenda.control()
     scene.expect_nothing_inserted()
     growth = scene.memory_mb() - before
-    scene.check(growth < MOST_GROWTH_MB, f"took {growth:.0f} MB of memory for it")
+    scene.check(growth < MOST_GROWTH_MB + sanitizer.held_back_mb(),
+                f"took {growth:.0f} MB of memory for it")
     return f"alert “{scene.failure()}”, +{growth:.0f} MB at most"
 
 
