@@ -1,6 +1,7 @@
 // Whether one of the program's own windows has the keyboard focus for a transcript, on a real X
 // server. Run it by with-x-server, bare and with a window manager.
 
+#include "Desktop/EventLoopWait.h"
 #include "Desktop/XServer.h"
 #include "Platform/Linux/LinuxWorkspace.h"
 #include "Platform/Linux/X11Accessibility.h"
@@ -8,7 +9,6 @@
 
 #include <QApplication>
 #include <QComboBox>
-#include <QElapsedTimer>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
@@ -16,21 +16,8 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-
 namespace quenda {
 namespace {
-
-bool waitUntil(const std::function<bool()> &holds) {
-    QElapsedTimer waited;
-    waited.start();
-    while (!holds()) {
-        if (waited.elapsed() > 5000)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents | QEventLoop::AllEvents, 20);
-    }
-    return true;
-}
 
 struct OwnWindowFocusTest : testing::Test {
     desktop::XServer server;
