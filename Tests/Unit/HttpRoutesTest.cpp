@@ -142,6 +142,29 @@ TEST(HttpRulesTest, TheSameHostMeansSchemeNameAndPort) {
     EXPECT_FALSE(follows("//evil.example/v2"));
 }
 
+// It was ending just then; its successor gets the request. Who has begun to answer is not asked
+// again, nor who hangs up for ever.
+TEST_F(HttpRoutesTest, AServerThatHangsUpWithoutAWordIsAskedAgain) {
+    server.handler = [&](QTcpSocket &socket, const TestHttpServer::Request &) {
+        if (server.requests.size() >= 2)
+            socket.write(TestHttpServer::response(200, "again"));
+        socket.disconnectFromHost();
+    };
+    EXPECT_EQ(exchange(post(server.url())).body, "again");
+    ASSERT_EQ(server.requests.size(), 2u);
+    EXPECT_EQ(server.requests[0].raw, server.requests[1].raw);
+
+    server.requests.clear();
+    server.answerRaw("");
+    EXPECT_TRUE(exchange(post(server.url())).transportError);
+    EXPECT_EQ(server.requests.size(), 3u);
+
+    server.requests.clear();
+    server.answerRaw("HTTP/1.1 2");
+    EXPECT_TRUE(exchange(post(server.url())).transportError);
+    EXPECT_EQ(server.requests.size(), 1u);
+}
+
 // --- Proxies
 // -----------------------------------------------------------------------------------------
 
