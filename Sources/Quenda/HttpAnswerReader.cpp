@@ -145,6 +145,8 @@ bool HttpAnswerReader::readHeader(const QByteArray &line) {
     if (colon < 1 || std::any_of(line.begin(), line.begin() + colon, isBlank))
         return false;
     m_headers.append({line.first(colon), line.mid(colon + 1).trimmed()});
+    if (m_headers.size() > kMostHeaders)
+        m_stage = Stage::HeadTooLong;
     return true;
 }
 

@@ -21,6 +21,8 @@ public:
 
     /// The longest head in bytes, with all interim answers before it and the trailers after it.
     static constexpr qsizetype kLongestHead = 64 * 1024;
+    /// The most header fields: who takes them compares each with those before it.
+    static constexpr qsizetype kMostHeaders = 1000;
 
     /// Takes the bytes that came next. Of what is none of the answer's nothing is kept.
     void feed(const QByteArray &bytes);

@@ -122,6 +122,14 @@ TEST(HttpAnswerReaderTest, HeadsHaveABound) {
     EXPECT_EQ(read(chunked + "1;" + QByteArray(2000, 'x')).state(), State::NotHttp);
 }
 
+TEST(HttpAnswerReaderTest, TakesABoundedNumberOfHeaders) {
+    QByteArray most("HTTP/1.1 200 OK\r\n");
+    for (int i = 0; i < HttpAnswerReader::kMostHeaders; ++i)
+        most += "H" + QByteArray::number(i) + ": v\r\n";
+    EXPECT_EQ(read(most + "\r\n").state(), State::Body);
+    EXPECT_EQ(read(most + "One-More: v\r\n\r\n").state(), State::HeadTooLong);
+}
+
 TEST(HttpAnswerReaderTest, TheEndOfTheConnectionCompletesOrCutsOff) {
     const auto ended = [](const QByteArray &answer) {
         HttpAnswerReader reader = read(answer);
