@@ -44,6 +44,7 @@ private:
             break;
         case Call:
             self->m_task->call(receiver, arguments);
+            __tsan_release(self); // either thread may be the one that lets it go
             break;
         case Compare:
             *same = self->m_task->compare(arguments);
