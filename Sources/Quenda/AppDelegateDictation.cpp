@@ -2,6 +2,7 @@
 
 #include "Quenda/Alerts.h"
 #include "Quenda/AppDelegate.h"
+#include "Quenda/DecimalText.h"
 #include "Quenda/GraphemeText.h"
 #include "Quenda/Log.h"
 #include "Quenda/RemoteTranscriber.h"
@@ -23,10 +24,6 @@ constexpr float kQuietPeak = 0.015F;        // linear amplitude
 
 double seconds(std::chrono::milliseconds span) {
     return double(span.count()) / 1000.0;
-}
-
-QString oneDecimal(double value) {
-    return QString::number(value, 'f', 1);
 }
 
 // The cap of toggle mode within what a timer can hold (24 days), whatever the settings file says.
@@ -222,7 +219,7 @@ void AppDelegate::keepIfFailed(const Dictation &dictation, bool recognised) {
 
 void AppDelegate::transcriptionDone(const Result<QString> &result, double audioSeconds,
                                     std::chrono::milliseconds started) {
-    const QString elapsed = oneDecimal(seconds(m_env.scheduler.uptime() - started));
+    const QString elapsed = decimalText(seconds(m_env.scheduler.uptime() - started), 1);
     if (!result) {
         const QString description = result.error().localizedDescription;
         Log::log(QStringLiteral("dictation: failed after %1s — ").arg(elapsed) +
@@ -232,7 +229,7 @@ void AppDelegate::transcriptionDone(const Result<QString> &result, double audioS
         return;
     }
     QString text = result.value();
-    const QString audio = oneDecimal(audioSeconds);
+    const QString audio = decimalText(audioSeconds, 1);
     if (text.isEmpty()) {
         Log::log(QStringLiteral("dictation: %1s audio → empty in %2s").arg(audio, elapsed));
         m_indicator->hide();

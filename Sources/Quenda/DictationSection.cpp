@@ -1,5 +1,6 @@
 #include "Quenda/DictationSection.h"
 
+#include "Quenda/DecimalText.h"
 #include "Quenda/Languages.h"
 #include "Quenda/Note.h"
 
@@ -73,7 +74,7 @@ void DictationSection::addKeyAndMode() {
 
 void DictationSection::addLimits() {
     addSlider(tr("Ignore taps shorter than"), &Config::minHoldSeconds, {0.0, 1.0, 0.05}, 48,
-              [](double seconds) { return QString::number(seconds, 'f', 2) + QLatin1Char('s'); });
+              [](double seconds) { return decimalText(seconds, 2) + QLatin1Char('s'); });
     addSlider(tr("Auto-stop after"), &Config::maxDictationSeconds, {60, 300, 30}, 58,
               [](double seconds) {
                   const auto whole = qint64(std::clamp(seconds, 0.0, 1e9));

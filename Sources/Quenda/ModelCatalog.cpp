@@ -1,6 +1,7 @@
 #include "Quenda/ModelCatalog.h"
 
 #include "Quenda/Config.h"
+#include "Quenda/DecimalText.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -49,7 +50,7 @@ const WhisperModel &WhisperModel::compact() {
 QString sizeLabel(int mb) {
     if (mb < 1000)
         return QString::number(mb) + QLatin1String(" MB");
-    return QString::number(mb / 1000.0, 'f', 1) + QLatin1String(" GB");
+    return decimalText(mb / 1000.0, 1) + QLatin1String(" GB");
 }
 
 QStringList extraModels() {

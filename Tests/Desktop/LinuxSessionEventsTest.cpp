@@ -3,14 +3,13 @@
 
 #include "Platform/Linux/LinuxSessionEvents.h"
 
+#include "EventLoopWait.h"
 #include "Platform/Linux/BusSignOfLife.h"
 
-#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QElapsedTimer>
 #include <QProcess>
-#include <QThread>
 
 #include <gtest/gtest.h>
 
@@ -21,22 +20,6 @@ namespace quenda {
 namespace {
 
 const QString kLogind = QStringLiteral("org.freedesktop.login1");
-
-bool waitUntil(const std::function<bool()> &condition, int milliseconds = 3000) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > milliseconds)
-            return false;
-        QCoreApplication::processEvents();
-        QThread::msleep(1);
-    }
-    return true;
-}
-
-void pass(int milliseconds) {
-    waitUntil([] { return false; }, milliseconds);
-}
 
 TEST(LinuxSessionEventsTest, ReportsEachSignalOutsideTheSignalHandler) {
     LinuxSessionEvents session;

@@ -3,6 +3,7 @@
 
 #include "Platform/Linux/MicrophonePortal.h"
 
+#include "EventLoopWait.h"
 #include "Platform/Linux/PulseConnection.h"
 #include "Platform/Linux/PulseMicrophonePermission.h"
 
@@ -17,7 +18,6 @@
 #include <QElapsedTimer>
 #include <QMap>
 #include <QProcess>
-#include <QThread>
 
 #include <gtest/gtest.h>
 
@@ -33,22 +33,6 @@ const QString kStore = QStringLiteral("org.freedesktop.impl.portal.PermissionSto
 const QString kStorePath = QStringLiteral("/org/freedesktop/impl/portal/PermissionStore");
 const QString kMe = QStringLiteral("org.quenda.Quenda");
 using Permissions = QMap<QString, QStringList>;
-
-bool waitUntil(const std::function<bool()> &condition, int milliseconds = 5000) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > milliseconds)
-            return false;
-        QCoreApplication::processEvents();
-        QThread::msleep(1);
-    }
-    return true;
-}
-
-void pass(int milliseconds) {
-    waitUntil([] { return false; }, milliseconds);
-}
 
 /// A program on the bus that answers calls as the test says, or not at all.
 class Service : public QDBusVirtualObject {

@@ -1,9 +1,6 @@
 #include "X11TestClient.h"
 
-#include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QProcess>
-#include <QThread>
 
 #include <gtest/gtest.h>
 #include <xcb/xcb.h>
@@ -11,22 +8,6 @@
 #include <xcb/xtest.h>
 
 namespace quenda {
-
-bool waitUntil(const std::function<bool()> &condition, int milliseconds) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > milliseconds)
-            return false;
-        QCoreApplication::processEvents();
-        QThread::msleep(1);
-    }
-    return true;
-}
-
-void pass(int milliseconds) {
-    waitUntil([] { return false; }, milliseconds);
-}
 
 bool runProgram(const QStringList &command) {
     return QProcess::execute(command.first(), command.mid(1)) == 0;

@@ -2,22 +2,18 @@
 // The user's hand and another program, for tests on a real X server: presses keys, opens windows
 // that record what reaches them.
 
+#include "EventLoopWait.h"
 #include "Platform/Linux/X11Connection.h"
 #include "Platform/Linux/X11Keyboard.h"
 
 #include <QByteArray>
 #include <QStringList>
 
-#include <functional>
 #include <optional>
 #include <vector>
 
 namespace quenda {
 
-/// Runs the event loop until `condition` holds. False where it does not within `milliseconds`.
-bool waitUntil(const std::function<bool()> &condition, int milliseconds = 3000);
-/// Runs the event loop for that long.
-void pass(int milliseconds);
 /// Runs a program with its arguments and waits for it. True where it exits with 0.
 bool runProgram(const QStringList &command);
 

@@ -45,13 +45,17 @@ def cleaned(answer: str) -> str:
 
 
 def hold_and_speak(desktop: VirtualDesktop, wav: Path, key: int = keys.RIGHT_ALT,
-                   while_speaking: Optional[Callable[[], None]] = None) -> tuple[int, int]:
+                   while_speaking: Optional[Callable[[], None]] = None,
+                   before_speaking: Optional[Callable[[], None]] = None) -> tuple[int, int]:
     """Holds the key, plays the file into the microphone, lets go: the times of press and release.
 
-    `while_speaking` is called when speaking has gone on for a second.
+    `before_speaking` is called with the key held; `while_speaking` when speaking has gone on for a
+    second.
     """
     pressed = desktop.keyboard.down(key)
     try:
+        if before_speaking:
+            before_speaking()
         player = desktop.sound.playing(wav)
         if while_speaking:
             time.sleep(max(0.0, 1.0 - (now_ns() - pressed) / 1e9))

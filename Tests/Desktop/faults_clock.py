@@ -5,6 +5,7 @@ import time
 from pathlib import Path
 from typing import Any
 
+import sanitizer
 from dictation import hold_and_speak
 from fault_suite import Scene, fault
 from waiting import wait_until
@@ -31,7 +32,7 @@ def own_clock(scene: Scene) -> dict[str, Any]:
     set_clock(scene, 0)
     [library] = Path("/usr/lib").glob(f"*/faketime/{LIBRARY}")
     return {"variables": {
-        "LD_PRELOAD": str(library), "FAKETIME_TIMESTAMP_FILE": str(clock_file(scene)),
+        "LD_PRELOAD": sanitizer.preloaded(library), "FAKETIME_TIMESTAMP_FILE": str(clock_file(scene)),
         "FAKETIME_NO_CACHE": "1", "FAKETIME_DONT_FAKE_MONOTONIC": "1",
         "DONT_FAKE_MONOTONIC": "1", "NO_FAKE_STAT": "1"}}
 

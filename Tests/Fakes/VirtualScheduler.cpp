@@ -86,9 +86,17 @@ void VirtualScheduler::advance(std::chrono::milliseconds span) {
 }
 
 int VirtualScheduler::repeatingTimers() const {
-    return int(std::count_if(m_entries.begin(), m_entries.end(), [](const auto &entry) {
-        return !entry->dead && entry->interval.count() > 0;
-    }));
+    return int(repeatingIntervals().size());
+}
+
+std::vector<std::chrono::milliseconds> VirtualScheduler::repeatingIntervals() const {
+    std::vector<std::chrono::milliseconds> intervals;
+    for (const auto &entry : m_entries) {
+        if (!entry->dead && entry->interval.count() > 0)
+            intervals.push_back(entry->interval);
+    }
+    std::sort(intervals.begin(), intervals.end());
+    return intervals;
 }
 
 int VirtualScheduler::pendingOneShots() const {

@@ -31,6 +31,8 @@ public:
     void jumpWallClock(std::chrono::milliseconds by) { m_wallShift += by; }
     /// Repeating timers that are alive.
     int repeatingTimers() const;
+    /// Their intervals, the shortest first.
+    std::vector<std::chrono::milliseconds> repeatingIntervals() const;
     /// One-shot tasks and timers that have not run yet.
     int pendingOneShots() const;
 

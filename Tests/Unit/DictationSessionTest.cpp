@@ -467,6 +467,14 @@ TEST_F(DictationSession, KeyQuotedBackByTheServiceStaysOutOfTheLog) {
     EXPECT_FALSE(logLines().filter(QStringLiteral("Invalid API key …")).isEmpty());
 }
 
+TEST_F(DictationSession, LoggedTimesHalfWayGoToTheEvenTenth) {
+    launchReady();
+    dictate(1.25);
+    advance(250ms);
+    answerTranscript(QString());
+    EXPECT_TRUE(logLines().contains(QStringLiteral("dictation: 1.2s audio → empty in 0.2s")));
+}
+
 TEST_F(DictationSession, EmptyTranscriptIsLoggedAndNotInserted) {
     launchReady();
     dictate(1.5);

@@ -108,6 +108,24 @@ TEST_F(GradientEQViewTest, barsHaveTheHeightsOfTheirWaves) {
     const double heights[] = {10.0321, 13.9475, 5.0, 16.4538, 5.0, 5.0, 8.6926, 14.8413};
     for (int bar = 0; bar < 8; ++bar)
         EXPECT_NEAR(view.barRect(bar, bounds).height(), heights[bar], 1e-4) << "bar " << bar;
+    for (int tick = 1; tick < 10; ++tick)
+        view.tick(); // level 0.99747, phase 2.2: what was at its least has risen
+    const double later[] = {27.0711, 5.0, 13.2782, 5.0, 8.2808, 26.7575, 6.2327, 16.9330};
+    for (int bar = 0; bar < 8; ++bar)
+        EXPECT_NEAR(view.barRect(bar, bounds).height(), later[bar], 1e-4) << "bar " << bar;
+}
+
+TEST_F(GradientEQViewTest, goesOnWhereItStopped) {
+    view.levelSource = [] { return 1.0F; };
+    view.startAnimating();
+    scheduler.advance(GradientEQView::tickInterval * 3);
+    const double phase = view.phase();
+    const double level = view.smoothedLevel();
+    view.stopAnimating();
+    view.startAnimating();
+    EXPECT_EQ(view.phase(), phase);
+    EXPECT_EQ(view.smoothedLevel(), level);
+    EXPECT_NEAR(phase, 0.66, 1e-12);
 }
 
 TEST_F(GradientEQViewTest, barsStandSideBySideCentredInTheHeight) {

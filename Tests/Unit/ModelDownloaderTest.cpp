@@ -48,55 +48,6 @@ const WhisperModel &small() {
 
 } // namespace
 
-// --- The catalog
-// -----------------------------------------------------------------------------------
-
-TEST(ModelCatalogTest, HoldsTheFiveModelsInTheirOrder) {
-    const auto model = [](const char *file, const char *title, const char *detail, int size) {
-        return WhisperModel{QString::fromLatin1(file), QString::fromLatin1(title),
-                            QString::fromLatin1(detail), size};
-    };
-    const QList<WhisperModel> expected{
-        model("ggml-large-v3-turbo.bin", "Large v3 Turbo", "Best accuracy, all languages", 1624),
-        model("ggml-large-v3-turbo-q5_0.bin", "Large v3 Turbo (compact)",
-              "Near-best accuracy, smaller & faster to download", 574),
-        model("ggml-small.bin", "Small (Multilingual)", "Good accuracy in 90+ languages, very fast",
-              488),
-        model("ggml-small.en.bin", "Small (English)", "Good accuracy, very fast", 488),
-        model("ggml-base.en.bin", "Base (English)", "Fastest, lighter accuracy", 148),
-    };
-    EXPECT_EQ(WhisperModel::catalog(), expected);
-    EXPECT_EQ(WhisperModel::compact(), expected[1]);
-    WhisperModel other = expected[1];
-    other.sizeMB = 575;
-    EXPECT_FALSE(other == expected[1]);
-}
-
-TEST(ModelCatalogTest, SizesAreDecimal) {
-    EXPECT_EQ(sizeLabel(148), QStringLiteral("148 MB"));
-    EXPECT_EQ(sizeLabel(574), QStringLiteral("574 MB"));
-    EXPECT_EQ(sizeLabel(999), QStringLiteral("999 MB"));
-    EXPECT_EQ(sizeLabel(1000), QStringLiteral("1.0 GB"));
-    EXPECT_EQ(sizeLabel(1624), QStringLiteral("1.6 GB"));
-    EXPECT_EQ(sizeLabel(0), QStringLiteral("0 MB"));
-    const QLocale before;
-    QLocale::setDefault(QLocale(QLocale::German));
-    EXPECT_EQ(sizeLabel(1624), QStringLiteral("1.6 GB"));
-    QLocale::setDefault(before);
-}
-
-TEST(ModelCatalogTest, ExtraModelsAreTheOtherBinFiles) {
-    EXPECT_TRUE(extraModels().isEmpty()) << "no folder";
-    for (const char *name :
-         {"zeta.bin", "my-finetune.bin", "Alpha.bin", "notes.txt", "ggml-small.bin",
-          "ggml-base.en.bin", "model.BIN", "bin", "x.bin.part"})
-        put(QString::fromLatin1(name));
-    QDir().mkpath(modelPath(QStringLiteral("folder.bin")));
-    EXPECT_EQ(extraModels(),
-              (QStringList{QStringLiteral("Alpha.bin"), QStringLiteral("my-finetune.bin"),
-                           QStringLiteral("zeta.bin")}));
-}
-
 // --- The downloader's own state, on a client that does what the test says
 // ------------------------------
 
@@ -133,6 +84,8 @@ TEST_F(ModelDownloaderTest, InstallsAWholeModel) {
               QUrl(QStringLiteral("https://models.example/main/ggml-small.bin")));
     EXPECT_EQ(http.downloads[0].request.method, "GET");
     EXPECT_TRUE(http.downloads[0].request.headers.isEmpty());
+    EXPECT_EQ(http.downloads[0].request.timeout, std::chrono::seconds(60));
+    EXPECT_EQ(http.downloads[0].request.route, HttpRequest::Route::SystemProxy);
     EXPECT_EQ(fraction(small()), 0.0);
 
     http.deliver(0, "ab", 2, 8);
@@ -168,6 +121,35 @@ TEST_F(ModelDownloaderTest, EveryOtherStatusIsAnError) {
         EXPECT_FALSE(QFileInfo::exists(Config::modelsDir()));
     }
     EXPECT_TRUE(installed.isEmpty());
+}
+
+TEST_F(ModelDownloaderTest, AnAnswerWithoutAStatusCountsAsZero) {
+    downloader.download(small());
+    http.downloads[0].sink.reset();
+    http.downloads[0].completion({});
+    EXPECT_EQ(error(small()), QStringLiteral("Download failed (HTTP 0)"));
+    EXPECT_TRUE(downloader.progress.value().isEmpty());
+    EXPECT_TRUE(installed.isEmpty());
+}
+
+TEST_F(ModelDownloaderTest, TheBarGoesBeforeTheErrorComes) {
+    QStringList order;
+    const Subscription bars =
+        downloader.progress.subscribe([&](const QMap<QString, double> &progress) {
+            order.append(progress.isEmpty() ? QStringLiteral("no bar") : QStringLiteral("bar"));
+        });
+    const Subscription texts =
+        downloader.errors.subscribe([&](const QMap<QString, QString> &errors) {
+            order.append(errors.isEmpty() ? QStringLiteral("no error") : QStringLiteral("error"));
+        });
+    downloader.download(small());
+    http.endDownload(0, 404);
+    order.clear();
+    downloader.download(small());
+    EXPECT_EQ(order, (QStringList{QStringLiteral("no error"), QStringLiteral("bar")}));
+    order.clear();
+    http.endDownload(1, 404);
+    EXPECT_EQ(order, (QStringList{QStringLiteral("no bar"), QStringLiteral("error")}));
 }
 
 TEST_F(ModelDownloaderTest, TransportErrorsAreShownInTheirOwnWords) {
@@ -305,6 +287,16 @@ TEST(ModelDownloaderStartTest, TheBuildNamesTheModelRepository) {
                                   "ggml-small.bin")));
     EXPECT_TRUE(kModelPageUrl.endsWith(QStringLiteral("/tree/main")));
     QThreadPool::globalInstance()->waitForDone();
+}
+
+TEST(ModelDownloaderDeathTest, ABuildWithoutAModelAddressEndsTheProgram) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto download = [] {
+        qInstallMessageHandler(nullptr); // the tests' own would keep the last words to itself
+        FakeHttpClient http;
+        ModelDownloader(http, QStringLiteral("https://[")).download(small());
+    };
+    EXPECT_DEATH(download(), "model address is not a URL");
 }
 
 // --- With the real client and a real server

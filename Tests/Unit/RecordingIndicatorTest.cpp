@@ -98,11 +98,27 @@ TEST_F(RecordingIndicatorTest, aNoticeStandsAloneWithTheMeter) {
     EXPECT_TRUE(cancelVisible());
 }
 
+TEST(PillPaletteTest, HasTheProductsColours) {
+    EXPECT_EQ(palette::cardBackground, QColor(11, 16, 32));
+    EXPECT_EQ(palette::cardBorder, QColor::fromRgbF(1, 1, 1, 0.08F));
+    EXPECT_EQ(palette::textPrimary, QColor(255, 255, 255));
+    EXPECT_EQ(palette::textMuted, QColor(170, 178, 207));
+    EXPECT_EQ(palette::recordRed, QColor(239, 68, 68));
+    EXPECT_EQ(palette::cyan, QColor(0, 212, 224));
+    EXPECT_EQ(palette::barGradient, (QGradientStops{{0.0, QColor(139, 92, 246)},
+                                                    {0.38, QColor(91, 77, 255)},
+                                                    {0.68, QColor(79, 140, 255)},
+                                                    {1.0, QColor(0, 212, 224)}}));
+}
+
 TEST_F(RecordingIndicatorTest, aNoticeMayComeFirst) {
     indicator->showTransient(QStringLiteral("Copied ✓"));
     EXPECT_TRUE(indicator->isVisible());
     EXPECT_FALSE(cancelVisible());
     EXPECT_FALSE(panel().isDotVisible());
+    EXPECT_TRUE(panel().meter().isAnimating());
+    EXPECT_EQ(panel().pos(),
+              PillPanel::placeIn(QGuiApplication::primaryScreen()->availableGeometry()));
 }
 
 TEST_F(RecordingIndicatorTest, aNoticeGoesAfter1400Milliseconds) {
@@ -173,6 +189,14 @@ TEST_F(RecordingIndicatorTest, theClockCountsWholeSecondsAndNeverStopsAtAnHour) 
     EXPECT_EQ(panel().clock(), QStringLiteral("100:00"));
 }
 
+TEST_F(RecordingIndicatorTest, theClockIsSetTwiceASecond) {
+    for (const Mode mode : {Mode::recording, Mode::transcribing}) {
+        indicator->show(mode);
+        EXPECT_EQ(scheduler.repeatingIntervals(),
+                  (std::vector{GradientEQView::tickInterval, milliseconds(500)}));
+    }
+}
+
 TEST_F(RecordingIndicatorTest, theClockFollowsTimeThatPassedNotTheWallClock) {
     indicator->show(Mode::recording);
     scheduler.jumpWallClock(std::chrono::hours(2));
@@ -239,6 +263,12 @@ TEST_F(RecordingIndicatorTest, recordingWithoutALevelSourceIsSilent) {
     indicator->show(Mode::recording);
     scheduler.advance(seconds(1));
     EXPECT_EQ(panel().meter().smoothedLevel(), 0.0);
+}
+
+TEST_F(RecordingIndicatorTest, aShowWithoutALevelSourceDropsTheFormerOne) {
+    indicator->show(Mode::recording, [] { return 1.0F; });
+    indicator->show(Mode::recording);
+    EXPECT_EQ(panel().meter().levelSource(), 0.0F);
 }
 
 TEST_F(RecordingIndicatorTest, transcribingKeepsACalmWaveWhateverTheMicrophoneSays) {

@@ -172,6 +172,9 @@ TEST_F(SettingsViewTest, MinimumHoldBothWays) {
     change([](Config &config) { config.minHoldSeconds = 0.33; });
     EXPECT_EQ(hold->value(), 7);
     EXPECT_TRUE(reads(view(), QStringLiteral("0.33s")));
+    change([](Config &config) { config.minHoldSeconds = 0.125; });
+    EXPECT_TRUE(reads(view(), QStringLiteral("0.12s"))); // half-way: to the even digit
+    change([](Config &config) { config.minHoldSeconds = 0.33; });
     EXPECT_DOUBLE_EQ(config().minHoldSeconds, 0.33);
 }
 

@@ -136,6 +136,30 @@ TEST_F(UpdateCheckerTest, AFailedRequestCountsAsACheck) {
     EXPECT_TRUE(logged().isEmpty());
 }
 
+TEST_F(UpdateCheckerTest, TheTimeIsStoredBeforeTheRequestGoesOut) {
+    struct Watcher final : HttpClient {
+        explicit Watcher(const QSettings &settings) : defaults(settings) {}
+        void send(const HttpRequest &, const QObject *, Completion) override {
+            stored = defaults.contains(UpdateChecker::lastCheckKey);
+        }
+        void download(const HttpRequest &, std::unique_ptr<DownloadSink>, const QObject *,
+                      DownloadProgress, DownloadCompletion) override {}
+        const QSettings &defaults;
+        std::optional<bool> stored;
+    } watcher(defaults);
+    UpdateChecker watched({watcher, scheduler, defaults, bundle});
+    watched.checkIfDue(true, false);
+    EXPECT_EQ(watcher.stored, true);
+}
+
+TEST_F(UpdateCheckerTest, AnAnswerThatBrokeOffIsDropped) {
+    checker.fetch();
+    http.exchanges[0].completion(
+        {200, file("58"), Error{QStringLiteral("net"), 6, QStringLiteral("cut off")}});
+    EXPECT_TRUE(found.isEmpty());
+    EXPECT_TRUE(logged().isEmpty());
+}
+
 TEST_F(UpdateCheckerTest, MarkingStoresTheTimeAlone) {
     checker.markChecked();
     EXPECT_EQ(defaults.value(QStringLiteral("lastUpdateCheck")).toDateTime(), scheduler.now());
@@ -168,6 +192,19 @@ TEST_F(UpdateCheckerTest, TheBuildNamesTheSite) {
     ASSERT_EQ(http.exchanges.size(), 1u);
     EXPECT_EQ(http.exchanges[0].request.url,
               QUrl(QStringLiteral("https://quenda.example/quenda-version.json")));
+}
+
+TEST(UpdateCheckerDeathTest, ABuildWithoutASiteEndsTheProgram) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto make = [] {
+        qInstallMessageHandler(nullptr); // the tests' own would keep the last words to itself
+        fakes::FakeHttpClient http;
+        fakes::VirtualScheduler scheduler;
+        fakes::FakeBundle bundle;
+        QSettings defaults(QStringLiteral("/nonexistent/defaults.ini"), QSettings::IniFormat);
+        UpdateChecker({http, scheduler, defaults, bundle}, QUrl(QStringLiteral("https://[")));
+    };
+    EXPECT_DEATH(make(), "site address is not a URL");
 }
 
 // --- What it makes of the answer
@@ -313,6 +350,12 @@ TEST_F(UpdateCheckerTest, TheStatusIsNotExamined) {
     EXPECT_EQ(found.size(), 2);
 }
 
+TEST_F(UpdateCheckerTest, AVersionStandsInTheLogAsItIs) {
+    announce(R"({"version":"%1 %2 %3","url":"https://quenda.example","build":99})");
+    EXPECT_EQ(logged(),
+              QStringList{QStringLiteral("update: build 99 (%1 %2 %3) available — running 57")});
+}
+
 TEST_F(UpdateCheckerTest, AVersionCannotForgeALogLine) {
     announce(
         R"({"version":"2\n2026-01-01 app: forged","url":"https://quenda.example","build":99})");
@@ -343,6 +386,7 @@ TEST_F(UpdateCheckerTest, OverARealConnection) {
     ASSERT_EQ(server.requests.size(), 1u);
     EXPECT_EQ(server.requests[0].target, "/quenda-version.json");
     EXPECT_EQ(server.requests[0].header("User-Agent"), "Quenda/1.4.0");
+    EXPECT_EQ(server.requests[0].header("Cache-Control"), "no-cache"); // for proxies that keep
 
     // An answer without an end is dropped.
     server.handler = [](QTcpSocket &socket, const fakes::TestHttpServer::Request &) {

@@ -66,6 +66,13 @@ TEST_F(WhisperEngineRequestTest, withoutAVocabularyThereIsNoPrompt) {
     EXPECT_TRUE(body.contains("name=\"language\"\r\n\r\n\r\n")); // empty, but there
 }
 
+TEST_F(WhisperEngineRequestTest, aVocabularyOfSpacesIsSentUnchanged) {
+    store->update([](Config &config) { config.customVocabulary = QStringLiteral(" \t "); });
+    startUntilReady();
+    transcribe();
+    EXPECT_TRUE(http.exchanges[1].request.body.contains("name=\"prompt\"\r\n\r\n \t \r\n"));
+}
+
 TEST_F(WhisperEngineRequestTest, answersWithoutATextAreAnError) {
     startUntilReady();
     for (const char *body : {"", "no json", "[]", "{}", R"({"error":"failed to process audio"})",
@@ -98,6 +105,12 @@ TEST_F(WhisperEngineRequestTest, transportErrorsPassUnchanged) {
     ASSERT_EQ(results.size(), 1u);
     ASSERT_FALSE(results[0].ok());
     EXPECT_EQ(results[0].error(), error);
+
+    transcribe(); // an answer that broke off is none, whatever has come of it
+    http.exchanges[2].completion({200, R"({"text":"half"})", error});
+    ASSERT_EQ(results.size(), 2u);
+    ASSERT_FALSE(results[1].ok());
+    EXPECT_EQ(results[1].error(), error);
 }
 
 TEST_F(WhisperEngineRequestTest, requestsToAStoppedOrFailedEngineFailAtOnce) {
