@@ -282,7 +282,7 @@ TEST_F(HttpDownloadTest, AbandonedDownloadsDropTheirSink) {
     bool called = false;
     client.download(get(server.url()), std::make_unique<RecordingSink>(record), asker.get(), {},
                     [&](const HttpDownload &) { called = true; });
-    ASSERT_TRUE(waitFor([&] { return record->opened; }));
+    ASSERT_TRUE(waitFor([&] { return record->opened.load(); }));
     asker.reset();
     EXPECT_TRUE(record->gone) << "before the asker is";
     EXPECT_FALSE(record->finished);
