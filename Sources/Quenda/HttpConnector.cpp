@@ -1,5 +1,7 @@
 #include "Quenda/HttpConnector.h"
 
+#include "Quenda/PlainHttpReply.h"
+
 #include <QHash>
 #include <QNetworkProxyFactory>
 #include <QNetworkReply>
@@ -70,6 +72,10 @@ public:
             return {QNetworkProxy::NoProxy};
         return m_proxies.value(authority(query.url()), {QNetworkProxy::NoProxy});
     }
+    bool leadToProxy(const QUrl &url) const {
+        const auto found = m_proxies.constFind(authority(url));
+        return found != m_proxies.cend() && found->first().type() != QNetworkProxy::NoProxy;
+    }
     void learn(const QUrl &url, const QList<QNetworkProxy> &proxies) {
         m_proxies.insert(authority(url), proxies);
     }
@@ -102,6 +108,9 @@ QNetworkReply *HttpConnector::send(const HttpRequest &request) {
     QNetworkRequest prepared = networkRequest(request);
     if (tls && request.url.scheme() == QLatin1String("https"))
         prepared.setSslConfiguration(*tls);
+    if (request.url.scheme() == QLatin1String("http") &&
+        (takesNoProxy(request) || !m_routes->leadToProxy(request.url)))
+        return new PlainHttpReply(prepared, request.method, request.body);
     QNetworkReply *reply = nullptr;
     if (request.method == "GET")
         reply = m_manager.get(prepared);

@@ -60,7 +60,11 @@ class Editor:
     def focus(self) -> None:
         """Makes the editor the window that is typed into."""
         self._xdotool("windowactivate", self.window)
-        wait_until(lambda: self._xdotool("getactivewindow") == self.window, "the editor's focus")
+        wait_until(self.has_focus, "the editor's focus")
+
+    def has_focus(self) -> bool:
+        """Whether the editor is the window that is typed into."""
+        return self._xdotool("getactivewindow") == self.window
 
     def _follow(self, lines: "subprocess.IO[str]") -> None:
         for line in lines:

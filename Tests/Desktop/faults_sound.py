@@ -5,6 +5,7 @@ import signal
 import time
 
 import keyboard as keys
+from dictation import hold_and_speak
 from fault_suite import Scene, fault
 from processes import kill
 from waiting import wait_until
@@ -12,6 +13,8 @@ from waiting import wait_until
 MICROPHONE = "Virtual Microphone"
 CHANGED = "audio: default input device changed to "
 NO_RECORDING = "Could not start recording"
+SILENCE = "Quenda can't hear anything"
+LEFT = "insert: no focused text element — left transcript on clipboard"
 NO_DEVICE = "audio: recording failed to start — No audio input device available."
 
 
@@ -49,6 +52,30 @@ def kill_server(scene: Scene) -> None:
 def restart_server(scene: Scene) -> None:
     scene.desktop.sound.start_server()
     scene.expect_log(CHANGED + MICROPHONE)
+
+
+# Pure silence
+
+# The words are for the window in front, and that is an alert, which takes none.
+@fault("an alert; what is said while it is in front is left on the clipboard, and told so")
+def microphone_that_is_silent(scene: Scene) -> str:
+    scene.editor.focus()
+    scene.desktop.keyboard.down(keys.RIGHT_ALT)
+    wait_until(scene.desktop.sound.is_recorded, "the program to record")
+    time.sleep(0.6)
+    let_go(scene)
+    wait_until(lambda: scene.desktop.find_window(SILENCE), f"the alert “{SILENCE}”")
+    wait_until(lambda: not scene.editor.has_focus(), "the alert in front")
+    hold_and_speak(scene.desktop, scene.desktop.speech("the quick brown fox"))
+    scene.expect_log(LEFT)
+    time.sleep(1.2)  # for what would be put back
+    words = scene.history()[0]
+    scene.check(scene.desktop.clipboard() == words.encode(), "the words are not on the clipboard")
+    scene.expect_nothing_inserted()
+    scene.dismiss_alert(SILENCE)
+    scene.desktop.keyboard.chord(keys.LEFT_CONTROL, keys.V_KEY)
+    scene.check(scene.expect_words() == words, f"pasted by hand: {scene.inserted()}")
+    return f"alert; “{words}” was on the clipboard"
 
 
 # The server

@@ -2,14 +2,16 @@
 
 import os
 import subprocess
+from contextlib import contextmanager
 from pathlib import Path
-from typing import Callable, Optional
+from typing import Callable, Iterator, Optional
 
 from waiting import wait_until
 
 Start = Callable[..., subprocess.Popen]
 
 VOICE = "slt"  # the clearest of flite's for the recogniser
+HUM_VOLUME = "15%"  # PulseAudio's scale is cubic: less than a hundredth of full scale
 
 
 def speech(text: str, file: Path) -> Path:
@@ -110,6 +112,21 @@ class Sound:
         keeper = 1 if self._keeper and self._keeper.poll() is None else 0
         # The remapped source itself records from the sink's monitor, one for each microphone.
         return len(listed) > keeper + len(self._modules)
+
+    @contextmanager
+    def hum(self) -> Iterator[None]:
+        """Meanwhile the microphones deliver what a real one does when nobody speaks: next to
+        nothing, but not the pure silence that only one without permission delivers. The server
+        makes it itself, so that no load leaves a gap."""
+        module = self._pactl("load-module", "module-sine", f"sink={self.SINK}") or ""
+        try:
+            [stream] = [line.split("\t")[0] for line in
+                        (self._pactl("list", "short", "sink-inputs") or "").splitlines()
+                        if "module-sine" in line]
+            self._pactl("set-sink-input-volume", stream, HUM_VOLUME)
+            yield
+        finally:
+            self._pactl("unload-module", module)
 
     def playing(self, wav: Path) -> subprocess.Popen:
         """Starts to play the file into the microphone; ends when the last sample was played."""

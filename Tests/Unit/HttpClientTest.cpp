@@ -239,6 +239,21 @@ TEST_F(HttpClientTest, HeadersThatNeverEndTimeOut) {
     EXPECT_TRUE(waitFor([&] { return server.openConnections() == 0; }));
 }
 
+// As fast as they are taken: there is never a moment without a byte to read.
+TEST_F(HttpClientTest, AnEndlessHeadIsCutOffAndTheNextAnswerRead) {
+    server.handler = [](QTcpSocket &socket, const TestHttpServer::Request &) {
+        socket.write("HTTP/1.1 200 OK\r\nX: ");
+        TestHttpServer::sendEndlessly(socket);
+    };
+    const HttpResponse response = exchange(post(server.url()));
+    ASSERT_TRUE(response.transportError);
+    EXPECT_EQ(response.transportError->localizedDescription,
+              httpError(HttpError::TooLong).localizedDescription);
+    EXPECT_TRUE(waitFor([&] { return server.openConnections() == 0; })) << "the client hangs up";
+    server.answer(200, "heard");
+    EXPECT_EQ(exchange(post(server.url())).body, "heard");
+}
+
 TEST_F(HttpClientTest, AnAnswerThatDripsForEverEnds) {
     server.handler = [](QTcpSocket &socket, const TestHttpServer::Request &) {
         socket.write("HTTP/1.1 200 OK\r\n\r\n");

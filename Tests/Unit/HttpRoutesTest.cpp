@@ -2,6 +2,9 @@
 
 #include "HttpClientFixture.h"
 
+#include <QSslSocket>
+#include <QTimer>
+
 using namespace quenda;
 using namespace std::chrono_literals;
 using fakes::TestHttpServer;
@@ -139,6 +142,29 @@ TEST(HttpRulesTest, TheSameHostMeansSchemeNameAndPort) {
     EXPECT_FALSE(follows("//evil.example/v2"));
 }
 
+// It was ending just then; its successor gets the request. Who has begun to answer is not asked
+// again, nor who hangs up for ever.
+TEST_F(HttpRoutesTest, AServerThatHangsUpWithoutAWordIsAskedAgain) {
+    server.handler = [&](QTcpSocket &socket, const TestHttpServer::Request &) {
+        if (server.requests.size() >= 2)
+            socket.write(TestHttpServer::response(200, "again"));
+        socket.disconnectFromHost();
+    };
+    EXPECT_EQ(exchange(post(server.url())).body, "again");
+    ASSERT_EQ(server.requests.size(), 2u);
+    EXPECT_EQ(server.requests[0].raw, server.requests[1].raw);
+
+    server.requests.clear();
+    server.answerRaw("");
+    EXPECT_TRUE(exchange(post(server.url())).transportError);
+    EXPECT_EQ(server.requests.size(), 3u);
+
+    server.requests.clear();
+    server.answerRaw("HTTP/1.1 2");
+    EXPECT_TRUE(exchange(post(server.url())).transportError);
+    EXPECT_EQ(server.requests.size(), 1u);
+}
+
 // --- Proxies
 // -----------------------------------------------------------------------------------------
 
@@ -179,6 +205,30 @@ TEST_F(HttpRoutesTest, ATrustedCertificateIsAccepted) {
     const HttpResponse response = exchange(post(secure.url()));
     EXPECT_FALSE(response.transportError);
     EXPECT_EQ(response.body, "secret");
+}
+
+// The head that Qt reads has no bound but the time.
+TEST_F(HttpRoutesTest, AnEndlessHeadWithTlsEndsWithTheTime) {
+    const fakes::TestCertificate certificate = fakes::makeCertificate();
+    TestHttpServer secure(certificate.server);
+    secure.handler = [](QTcpSocket &socket, const TestHttpServer::Request &) {
+        socket.write("HTTP/1.1 200 OK\r\nX: ");
+        auto *timer = new QTimer(&socket);
+        QObject::connect(timer, &QTimer::timeout, &socket, [&socket] {
+            // What is encrypted already does not count as bytes to write.
+            const auto *tls = qobject_cast<QSslSocket *>(&socket);
+            if (tls->encryptedBytesToWrite() + tls->bytesToWrite() < 256 * 1024)
+                socket.write(QByteArray(64 * 1024, 'x'));
+        });
+        timer->start(0);
+    };
+    client.setTlsConfiguration(certificate.client);
+    HttpRequest request = post(secure.url());
+    request.timeout = 500ms;
+    expectError(exchange(request).transportError, HttpError::TimedOut);
+    EXPECT_TRUE(fakes::waitFor([&] { return secure.openConnections() == 0; })) << "hangs up";
+    secure.answer(200, "heard");
+    EXPECT_EQ(exchange(post(secure.url())).body, "heard");
 }
 
 TEST_F(HttpRoutesTest, AnUntrustedCertificateIsRefused) {

@@ -2,6 +2,11 @@
 
 #include "Platform/Linux/X11Input.h"
 
+#include <QCoreApplication>
+#include <QGuiApplication>
+#include <QInputMethodQueryEvent>
+#include <QWindow>
+
 #include <xcb/xcb.h>
 
 #include <algorithm>
@@ -32,6 +37,20 @@ bool lists(const xcb_get_property_reply_t &property, xcb_atom_t atom) {
                           std::size_t(xcb_get_property_value_length(&property)) /
                               sizeof(xcb_atom_t));
     return std::find(atoms.begin(), atoms.end(), atom) != atoms.end();
+}
+
+// Of our own windows we know more than that they have the focus: an alert that came to the front
+// just before would swallow the words, and nobody would be told.
+bool isOursAndTakesNoText(std::uint32_t id) {
+    const QWindowList windows = QGuiApplication::topLevelWindows();
+    const auto ours = std::find_if(windows.begin(), windows.end(), [id](const QWindow *window) {
+        return window->handle() != nullptr && window->winId() == id;
+    });
+    if (ours == windows.end())
+        return false;
+    QInputMethodQueryEvent question(Qt::ImEnabled | Qt::ImReadOnly);
+    QCoreApplication::sendEvent((*ours)->focusObject(), &question);
+    return !question.value(Qt::ImEnabled).toBool() || question.value(Qt::ImReadOnly).toBool();
 }
 
 } // namespace
@@ -88,9 +107,10 @@ bool X11Accessibility::focusedElementExists() const {
     const XcbOwned<xcb_get_window_attributes_reply_t> attributes(
         xcb_get_window_attributes_reply(x, askedOfActive, nullptr));
     if (managed && supported && lists(*supported, activeAtom))
-        return attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE;
+        return attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE &&
+               !isOursAndTakesNoText(active);
     return focus && focus->focus != XCB_INPUT_FOCUS_NONE &&
-           focus->focus != XCB_INPUT_FOCUS_POINTER_ROOT;
+           focus->focus != XCB_INPUT_FOCUS_POINTER_ROOT && !isOursAndTakesNoText(focus->focus);
 }
 
 } // namespace quenda

@@ -1,7 +1,8 @@
 #pragma once
 // X11 has no permission to ask for: whoever may connect may listen and type, if the server has the
-// extensions for it. The focus is the window manager's active window. Main thread only; each answer
-// takes a few round trips to the X server.
+// extensions for it. The focus is the window manager's active window; one of our own counts only
+// while a field for text has the focus in it. Main thread only; each answer takes a few round trips
+// to the X server.
 
 #include "Platform/Accessibility.h"
 #include "Platform/Linux/X11Connection.h"
