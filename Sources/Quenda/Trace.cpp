@@ -2,10 +2,10 @@
 
 #include <QByteArray>
 #include <QFile>
-#include <QMutex>
 #include <QString>
 
 #include <chrono>
+#include <mutex>
 
 namespace quenda {
 
@@ -20,7 +20,7 @@ struct TraceFile {
         open = file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered,
                          QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     }
-    QMutex mutex;
+    std::mutex mutex;
     QFile file;
     bool open = false;
 };
@@ -34,7 +34,7 @@ void Trace::mark(const char *event) {
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
     const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
     const QByteArray line = QByteArray::number(qlonglong(nanoseconds)) + ' ' + event + '\n';
-    const QMutexLocker locker(&trace.mutex);
+    const std::lock_guard lock(trace.mutex);
     trace.file.write(line);
 }
 

@@ -1,5 +1,7 @@
 #include "RawX11Client.h"
 
+#include "Platform/Linux/X11Connection.h"
+
 #include <poll.h>
 
 #include <algorithm>
@@ -30,7 +32,7 @@ int type(const std::vector<std::uint8_t> &event) {
 
 } // namespace
 
-RawX11Client::RawX11Client() : m_xcb(xcb_connect(nullptr, nullptr)) {
+RawX11Client::RawX11Client() : m_xcb(connectToX(nullptr, nullptr)) {
     if (xcb_connection_has_error(m_xcb))
         std::abort();
     const xcb_screen_t *screen = xcb_setup_roots_iterator(xcb_get_setup(m_xcb)).data;

@@ -312,16 +312,19 @@ TEST_F(X11PasteboardTest, AnotherProgramsPrimaryIsLeftAlone) {
 TEST_F(X11PasteboardTest, AClipboardManagerGetsTheContentsAtTheEnd) {
     ASSERT_TRUE(pasteboard->setString(kUnicode));
     QByteArray kept;
-    RawX11Owner manager({[&kept](RawX11Owner &self, const RawX11Owner::Request &request) {
-                             kept = self.is(request.target, "SAVE_TARGETS")
-                                        ? RawX11Client().convert("CLIPBOARD", "UTF8_STRING").bytes
-                                        : QByteArray("wrong target");
-                             self.put(request, "NULL", 8, {});
-                         },
-                         {}},
-                        "CLIPBOARD_MANAGER");
-    pasteboard.reset();
-    EXPECT_EQ(manager.requests, 1);
+    {
+        RawX11Owner manager({[&kept](RawX11Owner &self, const RawX11Owner::Request &request) {
+                                 kept =
+                                     self.is(request.target, "SAVE_TARGETS")
+                                         ? RawX11Client().convert("CLIPBOARD", "UTF8_STRING").bytes
+                                         : QByteArray("wrong target");
+                                 self.put(request, "NULL", 8, {});
+                             },
+                             {}},
+                            "CLIPBOARD_MANAGER");
+        pasteboard.reset();
+        EXPECT_EQ(manager.requests, 1);
+    }
     EXPECT_EQ(kept, kUnicode.toUtf8());
 }
 

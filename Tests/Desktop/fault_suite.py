@@ -23,13 +23,15 @@ the same program: `@fault(..., settings={...}, relay=True)` takes the options of
 (quenda_program.py), and a fault with others than its predecessor gets a new program; so does every
 one with fresh=True, and the one after a fault that failed. What takes minutes is full_only=True: it
 runs with --full, or when it is named. What has a near relative in its group is slow=True: it is
-left out with --quick, as the ordinary tests run the suite. Options that need the scene are a
+left out with --quick, as the ordinary tests run the suite. What the thread sanitizer makes the
+program too slow for is full_speed=True: it is left out where QUENDA_SLOWED is set. Options that need the scene are a
 function: `@fault(..., options=lambda scene: {...})`; it may prepare the place before the program
 starts. Other programs are started with scene.desktop.start, which ends them with the desktop.
 """
 
 import argparse
 import importlib
+import os
 import sys
 import time
 import traceback
@@ -65,6 +67,7 @@ class Fault:
     fresh: bool
     slow: bool
     full_only: bool
+    full_speed: bool
     options: Optional[Callable[["Scene"], dict[str, Any]]]
     fixed_options: dict[str, Any]
 
@@ -83,7 +86,7 @@ _faults: dict[str, list[Fault]] = {}
 
 
 def fault(expectation: str, *, fresh: bool = False, slow: bool = False,
-          full_only: bool = False,
+          full_only: bool = False, full_speed: bool = False,
           options: Optional[Callable[["Scene"], dict[str, Any]]] = None,
           **fixed_options: Any) -> Callable[[Callable[["Scene"], str]], Callable[["Scene"], str]]:
     """Enters a function into the suite; see the top of this file."""
@@ -91,7 +94,7 @@ def fault(expectation: str, *, fresh: bool = False, slow: bool = False,
         group = function.__module__.removeprefix("faults_")
         _faults.setdefault(group, []).append(Fault(
             function.__name__.replace("_", " "), expectation, function, fresh, slow, full_only,
-            options, fixed_options))
+            full_speed, options, fixed_options))
         return function
     return enter
 
@@ -368,6 +371,9 @@ def main() -> int:
     if not (arguments.full or arguments.list or parts):
         chosen = {group: [one for one in wanted
                           if not one.full_only and not (arguments.quick and one.slow)]
+                  for group, wanted in chosen.items()}
+    if os.environ.get("QUENDA_SLOWED"):
+        chosen = {group: [one for one in wanted if not one.full_speed]
                   for group, wanted in chosen.items()}
     if not any(chosen.values()):
         print("no such fault; scripts/faults --list names them", file=sys.stderr)

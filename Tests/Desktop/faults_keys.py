@@ -227,13 +227,13 @@ def open_files(scene: Scene) -> int:
     return len(os.listdir(f"/proc/{scene.quenda.process.pid}/fd"))
 
 
-@fault("every one is a slip: nothing comes; at rest at once", trace=True)
+@fault("every one is a slip: nothing comes; at rest at once", trace=True, full_speed=True)
 def presses_10_ms_apart(scene: Scene) -> str:
     return storm(scene)
 
 
 @fault("every other one ends a recording: nothing comes; at rest at once; the next works",
-       trace=True, settings={"activationMode": "toggle"}, slow=True)
+       trace=True, settings={"activationMode": "toggle"}, slow=True, full_speed=True)
 def presses_10_ms_apart_in_toggle_mode(scene: Scene) -> str:
     seen = storm(scene)
     scene.desktop.keyboard.tap(keys.RIGHT_ALT)

@@ -79,7 +79,7 @@ class Recogniser(unittest.TestCase):
         self.addCleanup(server.wait)
         self.addCleanup(server.kill)
         if wait:
-            wait_until(listens, "the recogniser to listen")
+            wait_until(listens, "the recogniser to listen", 20)
         return server
 
     def transcript(self, wav: bytes, path: str = "/inference") -> str:
@@ -115,7 +115,7 @@ class Recogniser(unittest.TestCase):
         while time.monotonic() - begun < 0.7:
             self.assertFalse(listens())
             time.sleep(0.05)
-        wait_until(listens, "the recogniser to listen")
+        wait_until(listens, "the recogniser to listen", 20)
 
     def test_exit_status(self) -> None:
         quiet = {"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL, "check": False}

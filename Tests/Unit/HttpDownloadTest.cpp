@@ -18,10 +18,10 @@ namespace {
 struct Record {
     std::mutex mutex;
     QByteArray bytes;
-    bool opened = false;
-    bool finished = false;
-    bool gone = false;
-    bool mainThread = false; ///< something was called there
+    std::atomic<bool> opened = false;
+    std::atomic<bool> finished = false;
+    std::atomic<bool> gone = false;
+    std::atomic<bool> mainThread = false; ///< something was called there
 
     std::optional<Error> openError, writeError, finishError;
     std::atomic<bool> hold{false}; ///< write() waits
@@ -55,7 +55,8 @@ public:
 
 private:
     void noteThread() {
-        m_record->mainThread |= QThread::currentThread() == QCoreApplication::instance()->thread();
+        if (QThread::currentThread() == QCoreApplication::instance()->thread())
+            m_record->mainThread = true;
     }
     std::shared_ptr<Record> m_record;
 };
@@ -281,7 +282,7 @@ TEST_F(HttpDownloadTest, AbandonedDownloadsDropTheirSink) {
     bool called = false;
     client.download(get(server.url()), std::make_unique<RecordingSink>(record), asker.get(), {},
                     [&](const HttpDownload &) { called = true; });
-    ASSERT_TRUE(waitFor([&] { return record->opened; }));
+    ASSERT_TRUE(waitFor([&] { return record->opened.load(); }));
     asker.reset();
     EXPECT_TRUE(record->gone) << "before the asker is";
     EXPECT_FALSE(record->finished);

@@ -2,13 +2,20 @@
 
 #include <xcb/xcb.h>
 
+#include <mutex>
 #include <vector>
 
 namespace quenda {
 
+xcb_connection_t *connectToX(const char *display, int *screen) {
+    static std::mutex mutex;
+    const std::lock_guard lock(mutex);
+    return xcb_connect(display, screen);
+}
+
 std::unique_ptr<X11Connection> X11Connection::open() {
     int screenNumber = 0;
-    xcb_connection_t *connection = xcb_connect(nullptr, &screenNumber);
+    xcb_connection_t *connection = connectToX(nullptr, &screenNumber);
     if (xcb_connection_has_error(connection) != 0) {
         xcb_disconnect(connection);
         return nullptr;

@@ -22,6 +22,11 @@ struct MallocDeleter {
 template <typename T>
 using XcbOwned = std::unique_ptr<T, MallocDeleter>;
 
+/// xcb_connect for every thread of the program: the library that finds the display's authority
+/// keeps the name of its file in a variable of its own. Waits for the X server alone, also where
+/// another thread connects at the same time.
+xcb_connection_t *connectToX(const char *display, int *screen);
+
 class X11Connection {
 public:
     /// Connects to the display named by $DISPLAY. Null where there is none or it refuses.

@@ -1,5 +1,7 @@
 #include "Platform/Linux/X11SelectionLink.h"
 
+#include "Platform/Linux/X11Connection.h"
+
 #include <xcb/xfixes.h>
 
 #include <algorithm>
@@ -16,7 +18,7 @@ constexpr qsizetype kMaxRemembered = 4096;
 
 std::unique_ptr<X11SelectionLink> X11SelectionLink::open(const QByteArray &display) {
     int screen = 0;
-    xcb_connection_t *xcb = xcb_connect(display.isEmpty() ? nullptr : display.constData(), &screen);
+    xcb_connection_t *xcb = connectToX(display.isEmpty() ? nullptr : display.constData(), &screen);
     std::unique_ptr<X11SelectionLink> link(new X11SelectionLink(xcb));
     if (link->broken() || !link->setUp(screen))
         return nullptr;
