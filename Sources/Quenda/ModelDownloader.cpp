@@ -35,9 +35,11 @@ ModelDownloader::ModelDownloader(HttpClient &http, const QString &baseUrl, QObje
     : QObject(parent),
       m_http(http),
       m_baseUrl(baseUrl) {
-    // To remove a file of a gigabyte takes some file systems a while.
-    QThreadPool::globalInstance()->start(
-        [folder = Config::modelsDir()] { PartialFile::removeAbandoned(folder); });
+    // Looked for at once, so that no download of ours is among them; but to remove a file of a
+    // gigabyte takes some file systems a while.
+    const QStringList begun = PartialFile::begun(Config::modelsDir());
+    if (!begun.isEmpty())
+        QThreadPool::globalInstance()->start([begun] { PartialFile::removeAbandoned(begun); });
 }
 
 void ModelDownloader::download(const WhisperModel &model) {

@@ -101,16 +101,21 @@ Failure PartialFile::finish() {
     return std::nullopt;
 }
 
-void PartialFile::removeAbandoned(const QString &folder) {
+QStringList PartialFile::begun(const QString &folder) {
     static const QRegularExpression shape(QStringLiteral("^\\..+\\.[0-9a-f]{8}\\.part$"));
+    QStringList files;
     for (const QString &place : {folder, parentOf(folder)}) {
         const QStringList names =
             QDir(place).entryList(QDir::Files | QDir::Hidden | QDir::NoSymLinks, QDir::NoSort);
-        for (const QString &name : names) {
-            if (shape.match(name).hasMatch())
-                QLockFile(place + QLatin1Char('/') + name).removeStaleLockFile();
-        }
+        for (const QString &name : names.filter(shape))
+            files += place + QLatin1Char('/') + name;
     }
+    return files;
+}
+
+void PartialFile::removeAbandoned(const QStringList &files) {
+    for (const QString &file : files)
+        QLockFile(file).removeStaleLockFile();
 }
 
 } // namespace quenda

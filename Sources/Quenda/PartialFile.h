@@ -27,9 +27,11 @@ public:
     /// Makes `folder` and moves the file in, in the place of one that is there already.
     Failure finish() override;
 
-    /// Removes what killed programs left of downloads into `folder`. Files that a running program
-    /// still writes are locked and stay.
-    static void removeAbandoned(const QString &folder);
+    /// The paths of all that looks like the beginning of a download into `folder`, growing or left.
+    static QStringList begun(const QString &folder);
+    /// Removes those of the files that killed programs left. What a running program still writes is
+    /// locked and stays; a file that is just being made may not be yet.
+    static void removeAbandoned(const QStringList &files);
 
 private:
     QString m_folder;

@@ -89,7 +89,8 @@ void UpdateChecker::fetch() {
     request.timeout = std::chrono::seconds(15);
     request.maxResponseBytes = kMaxManifestBytes;
     const QString version = m_env.bundle.shortVersion().value_or(QStringLiteral("?"));
-    request.headers = {{"User-Agent", QByteArray("Quenda/") + version.toUtf8()}};
+    request.headers = {{"User-Agent", QByteArray("Quenda/") + version.toUtf8()},
+                       {"Cache-Control", "no-cache"}};
     m_env.http.send(request, this, [this](const HttpResponse &response) {
         if (!response.transportError) // whatever the status, a body that can be read counts
             read(response.body);

@@ -24,14 +24,13 @@ the same program: `@fault(..., settings={...}, relay=True)` takes the options of
 one with fresh=True, and the one after a fault that failed. What takes minutes is full_only=True: it
 runs with --full, or when it is named. What has a near relative in its group is slow=True: it is
 left out with --quick, as the ordinary tests run the suite. What the thread sanitizer makes the
-program too slow for is full_speed=True: it is left out where QUENDA_SLOWED is set. Options that need the scene are a
-function: `@fault(..., options=lambda scene: {...})`; it may prepare the place before the program
-starts. Other programs are started with scene.desktop.start, which ends them with the desktop.
+program too slow for is full_speed=True. Options that need the scene are a function:
+`@fault(..., options=lambda scene: {...})`; it may prepare the place before the program starts. Other
+programs are started with scene.desktop.start, which ends them with the desktop.
 """
 
 import argparse
 import importlib
-import os
 import sys
 import time
 import traceback
@@ -372,7 +371,7 @@ def main() -> int:
         chosen = {group: [one for one in wanted
                           if not one.full_only and not (arguments.quick and one.slow)]
                   for group, wanted in chosen.items()}
-    if os.environ.get("QUENDA_SLOWED"):
+    if sanitizer.slowdown() > 10:
         chosen = {group: [one for one in wanted if not one.full_speed]
                   for group, wanted in chosen.items()}
     if not any(chosen.values()):

@@ -277,6 +277,15 @@ TEST(ModelDownloaderStartTest, RemovesWhatAKilledProgramLeft) {
     EXPECT_TRUE(http.downloads.empty());
 }
 
+// A file that is just being made is not locked yet, and could be taken for an abandoned one.
+TEST(ModelDownloaderStartTest, LooksForWhatWasLeftBeforeItsOwnDownloads) {
+    FakeHttpClient http;
+    const ModelDownloader downloader(http);
+    put(QStringLiteral(".ggml-small.bin.0123abcd.part"), "being made");
+    QThreadPool::globalInstance()->waitForDone();
+    EXPECT_EQ(leftovers().size(), 1);
+}
+
 TEST(ModelDownloaderStartTest, TheBuildNamesTheModelRepository) {
     FakeHttpClient http;
     ModelDownloader downloader(http);

@@ -206,7 +206,7 @@ TEST_F(PartialFileTest, AKilledProgramLeavesOneFileWhichTheNextRemoves) {
         ASSERT_TRUE(WIFSIGNALED(status));
         const QString place = folderExists ? folder() : support();
         EXPECT_EQ(entries(place).filter(QStringLiteral(".part")).size(), 1);
-        PartialFile::removeAbandoned(folder());
+        PartialFile::removeAbandoned(PartialFile::begun(folder()));
         EXPECT_EQ(entries(place).filter(QStringLiteral(".part")).size(), 0);
     }
 }
@@ -223,10 +223,10 @@ TEST_F(PartialFileTest, OnlyWhatIsAbandonedIsRemoved) {
         put(folder() + QLatin1Char('/') + each, "x");
     QDir(folder()).mkdir(QStringLiteral(".a.bin.01234567.part"));
     put(folder() + QStringLiteral("/.a.bin.0123abcd.part"), "left behind");
-    PartialFile::removeAbandoned(folder());
+    PartialFile::removeAbandoned(PartialFile::begun(folder()));
     EXPECT_EQ(entries(folder()).size(), keep.size() + 2);
     EXPECT_FALSE(QFileInfo::exists(folder() + QStringLiteral("/.a.bin.0123abcd.part")));
     ASSERT_FALSE(running->finish());
     EXPECT_EQ(contents(destination()), "abc");
-    PartialFile::removeAbandoned(QStringLiteral("/no/such/folder")); // does nothing
+    EXPECT_TRUE(PartialFile::begun(QStringLiteral("/no/such/folder")).isEmpty());
 }
