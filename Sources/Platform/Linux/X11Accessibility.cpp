@@ -48,8 +48,11 @@ bool isOursAndTakesNoText(std::uint32_t id) {
     });
     if (ours == windows.end())
         return false;
+    QObject *const focused = (*ours)->focusObject();
+    if (!focused) // of a window that is just going
+        return true;
     QInputMethodQueryEvent question(Qt::ImEnabled | Qt::ImReadOnly);
-    QCoreApplication::sendEvent((*ours)->focusObject(), &question);
+    QCoreApplication::sendEvent(focused, &question);
     return !question.value(Qt::ImEnabled).toBool() || question.value(Qt::ImReadOnly).toBool();
 }
 
