@@ -90,7 +90,7 @@ bool HttpAnswerReader::step() {
     return true;
 }
 
-void HttpAnswerReader::readLine(QByteArray line) {
+void HttpAnswerReader::readLine(const QByteArray &line) {
     bool understood = true;
     switch (m_stage) {
     case Stage::StatusLine:

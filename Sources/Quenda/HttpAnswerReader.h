@@ -61,7 +61,7 @@ private:
     };
 
     bool step();
-    void readLine(QByteArray line);
+    void readLine(const QByteArray &line);
     bool readStatus(const QByteArray &line);
     bool readHeader(const QByteArray &line);
     bool readChunkSize(const QByteArray &line);
